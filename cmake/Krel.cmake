@@ -1,0 +1,78 @@
+# Compiler rules shared by all of the project's own targets.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}")
+
+if(NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE Release)
+endif()
+
+# x86-64 is the desk, not the product: use what the build machine has, AVX2 or else SSE4.2. The results are the same bits.
+set(KREL_ARCH_FLAGS "")
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+    set(level x86-64-v2)
+    if(EXISTS /proc/cpuinfo AND NOT CMAKE_CROSSCOMPILING)
+        file(READ /proc/cpuinfo cpuinfo)
+        if(cpuinfo MATCHES "[ \t]avx2[ \n]" AND cpuinfo MATCHES "[ \t]bmi2[ \n]" AND cpuinfo MATCHES "[ \t]fma[ \n]")
+            set(level x86-64-v3)
+        endif()
+    endif()
+    set(KREL_X86_LEVEL ${level} CACHE STRING "-march value of x86-64 builds")
+    set(KREL_ARCH_FLAGS -march=${KREL_X86_LEVEL})
+endif()
+
+set(KREL_NEON 0)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+    set(KREL_NEON 1)
+endif()
+
+add_library(krel_flags INTERFACE)
+target_compile_options(krel_flags INTERFACE
+    ${KREL_ARCH_FLAGS}
+    -Wall -Wextra -Wconversion -Wshadow -Wundef -Werror
+    # Results are the same on every compiler and machine: no fused multiply-add, no reordering. The two flags after it
+    # change no value; they only free the vectoriser from errno and floating-point traps.
+    -ffp-contract=off -fno-math-errno -fno-trapping-math
+    -fvisibility=hidden -fstack-protector-strong
+    $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
+target_compile_definitions(krel_flags INTERFACE KREL_NEON=${KREL_NEON})
+if(KREL_SANITIZE)
+    target_compile_options(krel_flags INTERFACE -fsanitize=${KREL_SANITIZE} -fno-sanitize-recover=all
+        -fno-omit-frame-pointer)
+    target_link_options(krel_flags INTERFACE -fsanitize=${KREL_SANITIZE})
+elseif(CMAKE_BUILD_TYPE MATCHES "Rel")
+    target_compile_definitions(krel_flags INTERFACE _FORTIFY_SOURCE=2)
+endif()
+
+# Code that runs in the phone's audio process: no exceptions, no RTTI, no C++ run-time library.
+add_library(krel_product_flags INTERFACE)
+target_link_libraries(krel_product_flags INTERFACE krel_flags)
+target_compile_options(krel_product_flags INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+
+# krel_add_folder(NAME dsp SOURCES a.cpp ... USES base ...)
+#
+# One static library per folder of the product, position independent. USES names the folders (and dependencies, with
+# their full krel_ name) it may call: a folder's own tests link only these, so an upward call does not link.
+function(krel_add_folder)
+    cmake_parse_arguments(arg "" "NAME" "SOURCES;USES" ${ARGN})
+    set(target krel_${arg_NAME})
+    add_library(${target} STATIC ${arg_SOURCES})
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${target} PRIVATE krel_product_flags)
+    foreach(used IN LISTS arg_USES)
+        if(TARGET krel_${used})
+            target_link_libraries(${target} PUBLIC krel_${used})
+        else()
+            target_link_libraries(${target} PUBLIC ${used})
+        endif()
+    endforeach()
+    set_property(GLOBAL APPEND PROPERTY KREL_FOLDERS ${target})
+endfunction()

@@ -1,0 +1,2 @@
+/* CMake wants a source for the shared library; its content comes from the folders. */
+typedef int krel_empty;

@@ -1,0 +1,2 @@
+#define SIMDE_ENABLE_NATIVE_ALIASES
+#include <simde/arm/neon.h>

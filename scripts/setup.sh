@@ -1,0 +1,100 @@
+#!/usr/bin/env bash
+# Prepares a Debian machine for building this project: packages, and the two source tarballs that are built from
+# source. Every step is skipped when its result is already there, so it is cheap to call before every build.
+#
+#   scripts/setup.sh            what `make demo` and `make test` need
+#   scripts/setup.sh check      also what the checks need: clang, its tools and sanitizers
+#   scripts/setup.sh arm64      also the cross toolchain, the arm64 libraries and the emulator
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+readonly TARBALLS=.deps
+readonly SUMS=cmake/tarballs.sha256
+
+packages=(
+    build-essential cmake ninja-build pkg-config python3 xz-utils ca-certificates
+    android-liblog-dev libsimde-dev libsndfile1-dev libcli11-dev libgtest-dev libgmock-dev libbenchmark-dev
+)
+for group in "$@"; do
+    case $group in
+        check) packages+=(clang clang-format clang-tidy libclang-rt-14-dev) ;;
+        arm64)
+            packages+=(crossbuild-essential-arm64 qemu-user)
+            packages+=(libne10-dev:arm64 android-liblog-dev:arm64 libsndfile1-dev:arm64)
+            packages+=(libgtest-dev:arm64 libgmock-dev:arm64)
+            ;;
+        *)
+            echo "setup: unknown group '$group' (check, arm64)" >&2
+            exit 2
+            ;;
+    esac
+done
+
+as_root() {
+    if [[ $(id -u) -eq 0 ]]; then "$@"; else sudo "$@"; fi
+}
+
+installed() {
+    [[ $(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+install_packages() {
+    local missing=()
+    for package in "${packages[@]}"; do
+        installed "$package" || missing+=("$package")
+    done
+    [[ ${#missing[@]} -gt 0 ]] || return 0
+    if [[ " ${missing[*]} " == *:arm64* ]] && ! dpkg --print-foreign-architectures | grep -qx arm64; then
+        as_root dpkg --add-architecture arm64
+    fi
+    echo "setup: installing ${missing[*]}"
+    as_root apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# The machine's own package sources with `deb` turned into `deb-src`, in a private folder: the machine's configuration
+# stays as it is.
+write_source_entries() {
+    local parts=$1 file
+    mkdir -p "$parts"
+    for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+        [[ -f $file ]] || continue
+        sed -nE 's/^deb[[:space:]]/deb-src /p' "$file" >"$parts/$(basename "$file" .list).list"
+    done
+    for file in /etc/apt/sources.list.d/*.sources; do
+        [[ -f $file ]] || continue
+        sed -E 's/^Types:.*/Types: deb-src/' "$file" >"$parts/$(basename "$file")"
+    done
+}
+
+tarballs_verified() {
+    (cd "$TARBALLS" 2>/dev/null && sha256sum --quiet --strict -c "../$SUMS") >/dev/null 2>&1
+}
+
+fetch_tarballs() {
+    tarballs_verified && return 0
+    echo "setup: fetching source tarballs"
+    mkdir -p "$TARBALLS"
+    local apt_dir
+    apt_dir=$(mktemp -d)
+    # shellcheck disable=SC2064  # expand now: the variable is local
+    trap "rm -rf '$apt_dir'" EXIT
+    mkdir -p "$apt_dir"/{parts,lists/partial,cache/archives/partial}
+    write_source_entries "$apt_dir/parts"
+    local options=(
+        -qq -oAPT::Sandbox::User="$(id -un)"
+        -oDir::Etc::SourceList=/dev/null -oDir::Etc::SourceParts="$apt_dir/parts"
+        -oDir::State::Lists="$apt_dir/lists" -oDir::Cache="$apt_dir/cache"
+    )
+    # A third-party entry without sources is no reason to stop: the checksums below decide.
+    apt-get "${options[@]}" update >/dev/null 2>&1 || true
+    (cd "$TARBALLS" && apt-get "${options[@]}" source --tar-only ne10 speexdsp >/dev/null)
+    if ! tarballs_verified; then
+        echo "setup: a source tarball is missing or its SHA-256 differs from $SUMS:" >&2
+        (cd "$TARBALLS" && sha256sum -c "../$SUMS") >&2 || true
+        exit 1
+    fi
+}
+
+install_packages
+fetch_tarballs

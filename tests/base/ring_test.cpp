@@ -1,0 +1,45 @@
+#include "base/ring.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+namespace krel {
+namespace {
+
+struct Ring {
+    int32_t count = 0, read = 0, write = 0;
+    std::array<int16_t, 4> data{};
+    ring_view view() { return {4, count, read, write}; }
+    void push(int16_t s) { ring_push(view(), data.data(), s); }
+    int16_t pop() { return ring_pop(view(), data.data()); }
+};
+
+TEST(Ring, ReturnsSamplesInOrderAcrossTheWrap) {
+    Ring ring;
+    int16_t next_in = 1, next_out = 1;
+    for (int round = 0; round < 10; ++round) {
+        for (int i = 0; i < 3; ++i) ring.push(next_in++);
+        for (int i = 0; i < 3; ++i) ASSERT_EQ(ring.pop(), next_out++);
+    }
+}
+
+TEST(Ring, OverrunDropsTheOldestSample) {
+    Ring ring;
+    for (int16_t s = 1; s <= 6; ++s) ring.push(s);
+    EXPECT_EQ(ring.count, 4);
+    for (int16_t s = 3; s <= 6; ++s) EXPECT_EQ(ring.pop(), s);
+}
+
+TEST(Ring, UnderrunYieldsSilenceAndRealignsTheIndices) {
+    Ring ring;
+    ring.push(5);
+    EXPECT_EQ(ring.pop(), 5);
+    ring.write = 3;
+    EXPECT_EQ(ring.pop(), 0);
+    EXPECT_EQ(ring.write, ring.read);
+    EXPECT_EQ(ring.count, 0);
+}
+
+}  // namespace
+}  // namespace krel
