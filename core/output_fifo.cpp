@@ -1,0 +1,55 @@
+#include "core/output_fifo.h"
+
+#include <algorithm>
+
+#include "base/log.h"
+#include "base/memory.h"
+#include "base/ring.h"
+
+namespace krel {
+namespace {
+
+ring_view view(vcp_core_t* core) {
+    return {core->fifo_capacity, core->fifo_count, core->fifo_read, core->fifo_write};
+}
+
+void pop_into(vcp_core_t* core, int16_t* out, int count) {
+    for (int i = 0; i < count; ++i) out[i] = ring_pop(view(core), core->fifo_buffer);
+}
+
+}  // namespace
+
+bool output_fifo_init(vcp_core_t* core) {
+    core->fifo_bits = 16;
+    core->fifo_capacity = core->sample_rate / 25;
+    core->fifo_prime_level = core->sample_rate / 50;
+    core->fifo_count = 0;
+    core->fifo_read = 0;
+    core->fifo_write = 0;
+    core->reserved = 0;
+    core->fifo_state = kPriming;
+    core->fifo_buffer = zeroed_raw<int16_t>(core->fifo_capacity);
+    return core->fifo_buffer != nullptr;
+}
+
+void output_fifo_deinit(vcp_core_t* core) { release(core->fifo_buffer); }
+
+void output_fifo_exchange(vcp_core_t* core, int16_t* out, int received, int frames) {
+    for (int i = 0; i < received; ++i) ring_push(view(core), core->fifo_buffer, out[i]);
+
+    if (core->fifo_state == kPriming) {
+        // The block in which priming ends is still silent.
+        if (core->fifo_count >= core->fifo_prime_level) core->fifo_state = kRunning;
+        std::fill_n(out, frames, int16_t{0});
+        return;
+    }
+    const int missing = std::max(frames - core->fifo_count, 0);
+    std::fill_n(out, missing, int16_t{0});
+    pop_into(core, out + missing, frames - missing);
+    if (missing > 0) {
+        // Deliberate: the figure is what this call's read fell short of a block, not what the FIFO lacked.
+        KREL_LOGD(kCoreTag, "vcp_process: underrun %d", frames - received);
+    }
+}
+
+}  // namespace krel

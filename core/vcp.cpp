@@ -1,0 +1,42 @@
+#include "core/vcp.h"
+
+#include <stdlib.h>
+
+#include "base/log.h"
+#include "core/core_record.h"
+
+using namespace krel;
+
+void* vcp_init(int sample_rate) {
+    auto* core = static_cast<vcp_core_t*>(malloc(sizeof(vcp_core_t)));
+    if (core == nullptr) return nullptr;
+    KREL_LOGD(kCoreTag, "vcp_init: sample_rate %d", sample_rate);
+    core->sample_rate = sample_rate;
+    core->mode_set = 0;
+    return core;
+}
+
+int vcp_set_mode(void* handle, int mode) {
+    auto* core = static_cast<vcp_core_t*>(handle);
+    if (core == nullptr) return -1;
+    if (core->mode_set != 0) return 0;
+    KREL_LOGD(kCoreTag, "vcp_set_mode: mode %d", mode);
+    core->mode_set = 1;
+    core->mode = mode;
+    return 0;
+}
+
+int vcp_process(void* handle, int16_t* in, int16_t* out, int frames) {
+    auto* core = static_cast<vcp_core_t*>(handle);
+    if (core == nullptr || in == nullptr || out == nullptr || frames < 1) return -1;
+    if (core->mode_set != 1) return frames;
+    return frames;
+}
+
+int vcp_deinit(void* handle) {
+    auto* core = static_cast<vcp_core_t*>(handle);
+    if (core == nullptr) return -1;
+    if (core->mode_set == 1) KREL_LOGD(kCoreTag, "vcp_deinit: mMode %d", core->mode);
+    free(core);
+    return 0;
+}
