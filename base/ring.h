@@ -4,13 +4,21 @@
 #ifndef KREL_BASE_RING_H
 #define KREL_BASE_RING_H
 
+#include <stddef.h>
 #include <stdint.h>
+
+#include <algorithm>
 
 namespace krel {
 
 /// The next index of a ring of `size` slots.
 constexpr int32_t ring_next(int32_t index, int32_t size) {
     return index + 1 < size ? index + 1 : 0;
+}
+
+/// The index `steps` further on; 0 <= steps <= size.
+constexpr int32_t ring_advance(int32_t index, int32_t steps, int32_t size) {
+    return steps < size - index ? index + steps : steps - (size - index);
 }
 
 /// A record's own FIFO fields, whatever it calls them.
@@ -43,6 +51,35 @@ T ring_pop(ring_view r, const T* data) {
     r.read = ring_next(r.read, r.capacity);
     --r.count;
     return sample;
+}
+
+/// Pushes n samples, `stride` apart, in order.
+template <typename T>
+void ring_push_n(ring_view r, T* data, const T* from, size_t stride, size_t n) {
+    if (n > static_cast<size_t>(r.capacity - r.count)) {
+        for (size_t i = 0; i < n; ++i) ring_push(r, data, from[i * stride]);
+        return;
+    }
+    // Room for all: two plain copies, up to the end of the ring and from its start.
+    const size_t first = std::min(n, static_cast<size_t>(r.capacity - r.write));
+    for (size_t i = 0; i < first; ++i) data[static_cast<size_t>(r.write) + i] = from[i * stride];
+    for (size_t i = first; i < n; ++i) data[i - first] = from[i * stride];
+    r.count += static_cast<int32_t>(n);
+    r.write = ring_advance(r.write, static_cast<int32_t>(n), r.capacity);
+}
+
+/// Pops n samples to places `stride` apart, in order.
+template <typename T>
+void ring_pop_n(ring_view r, const T* data, T* to, size_t stride, size_t n) {
+    if (n > static_cast<size_t>(r.count)) {
+        for (size_t i = 0; i < n; ++i) to[i * stride] = ring_pop(r, data);
+        return;
+    }
+    const size_t first = std::min(n, static_cast<size_t>(r.capacity - r.read));
+    for (size_t i = 0; i < first; ++i) to[i * stride] = data[static_cast<size_t>(r.read) + i];
+    for (size_t i = first; i < n; ++i) to[i * stride] = data[i - first];
+    r.count -= static_cast<int32_t>(n);
+    r.read = ring_advance(r.read, static_cast<int32_t>(n), r.capacity);
 }
 
 }  // namespace krel

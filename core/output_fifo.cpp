@@ -13,10 +13,6 @@ ring_view view(vcp_core_t* core) {
     return {core->fifo_capacity, core->fifo_count, core->fifo_read, core->fifo_write};
 }
 
-void pop_into(vcp_core_t* core, int16_t* out, int count) {
-    for (int i = 0; i < count; ++i) out[i] = ring_pop(view(core), core->fifo_buffer);
-}
-
 }  // namespace
 
 bool output_fifo_init(vcp_core_t* core) {
@@ -35,7 +31,7 @@ bool output_fifo_init(vcp_core_t* core) {
 void output_fifo_deinit(vcp_core_t* core) { release(core->fifo_buffer); }
 
 void output_fifo_exchange(vcp_core_t* core, int16_t* out, int received, int frames) {
-    for (int i = 0; i < received; ++i) ring_push(view(core), core->fifo_buffer, out[i]);
+    ring_push_n(view(core), core->fifo_buffer, out, 1, static_cast<size_t>(received));
 
     if (core->fifo_state == kPriming) {
         // The block in which priming ends is still silent.
@@ -45,7 +41,8 @@ void output_fifo_exchange(vcp_core_t* core, int16_t* out, int received, int fram
     }
     const int missing = std::max(frames - core->fifo_count, 0);
     std::fill_n(out, missing, int16_t{0});
-    pop_into(core, out + missing, frames - missing);
+    ring_pop_n(view(core), core->fifo_buffer, out + missing, 1,
+               static_cast<size_t>(frames - missing));
     if (missing > 0) {
         // Deliberate: the figure is what this call's read fell short of a block, not what the FIFO lacked.
         KREL_LOGD(kCoreTag, "vcp_process: underrun %d", frames - received);

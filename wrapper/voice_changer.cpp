@@ -93,19 +93,15 @@ ring_view view(sample_fifo& fifo) {
 /// Moves the first sample of each of `frames` frames into the FIFO; `stride` samples from frame to frame.
 template <typename T>
 void push_frames(sample_fifo& fifo, const T* first, size_t stride, size_t frames) {
-    for (size_t i = 0; i < frames; ++i)
-        ring_push(view(fifo), static_cast<T*>(fifo.data), first[i * stride]);
+    ring_push_n(view(fifo), static_cast<T*>(fifo.data), first, stride, frames);
 }
 
 /// Moves as many samples out of the FIFO into the first sample of each frame and, in stereo, into the second too.
 template <typename T>
 void pop_frames(sample_fifo& fifo, T* first, size_t stride, size_t frames) {
-    const bool stereo = stride == 2;
-    for (size_t i = 0; i < frames; ++i) {
-        const T sample = ring_pop(view(fifo), static_cast<const T*>(fifo.data));
-        first[i * stride] = sample;
-        if (stereo) first[i * stride + 1] = sample;
-    }
+    ring_pop_n(view(fifo), static_cast<const T*>(fifo.data), first, stride, frames);
+    if (stride != 2) return;
+    for (size_t i = 0; i < frames; ++i) first[2 * i + 1] = first[2 * i];
 }
 
 void take_block(work_space* ws) {

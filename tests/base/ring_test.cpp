@@ -41,5 +41,24 @@ TEST(Ring, UnderrunYieldsSilenceAndRealignsTheIndices) {
     EXPECT_EQ(ring.count, 0);
 }
 
+TEST(Ring, ManyAtOnceEqualsOneByOne) {
+    Ring one, many;
+    int16_t next = 1;
+    for (const int n : {3, 1, 4, 0, 2, 7, 5, 1, 9}) {
+        std::array<int16_t, 18> in{}, out_one{}, out_many{};
+        for (int i = 0; i < n; ++i) {
+            in[static_cast<size_t>(2 * i)] = next;
+            one.push(next++);
+        }
+        ring_push_n(many.view(), many.data.data(), in.data(), 2, static_cast<size_t>(n));
+        ASSERT_EQ(many.count, one.count);
+        const int pops = (n * 2) / 3 + 1;
+        for (int i = 0; i < pops; ++i) out_one[static_cast<size_t>(2 * i)] = one.pop();
+        ring_pop_n(many.view(), many.data.data(), out_many.data(), 2, static_cast<size_t>(pops));
+        ASSERT_EQ(out_many, out_one);
+        ASSERT_EQ(many.count, one.count);
+    }
+}
+
 }  // namespace
 }  // namespace krel

@@ -1,0 +1,48 @@
+# The commands of this project. Every target sets up what it needs first; a second run finds it done.
+PRESET ?= release
+BUILD := build/$(PRESET)
+export CTEST_PARALLEL_LEVEL ?= $(shell nproc)
+
+.PHONY: help setup build demo test test-asan bench check format clean
+
+help:
+	@echo "make demo       render the bundled voice through all presets into out/"
+	@echo "make test       build and run the tests                (PRESET=release|dev|asan)"
+	@echo "make build      build/release/libkrelvcp.so and build/release/krelvcp"
+	@echo "make test-asan  the tests under the address and undefined-behaviour sanitizers"
+	@echo "make bench      time per sample of every preset and unit"
+	@echo "make check      format, static analysis, layering, exported names"
+	@echo "make format     rewrite the sources in the project's format"
+	@echo "make setup      packages and source tarballs only"
+	@echo "make clean      remove build/ and out/ (the tarballs in .deps/ stay)"
+
+setup:
+	@scripts/setup.sh
+
+build: setup
+	@test -f $(BUILD)/build.ninja || cmake --preset $(PRESET)
+	@cmake --build --preset $(PRESET)
+
+demo: build
+	@scripts/demo.sh $(BUILD)/krelvcp out
+
+test: build
+	@ctest --preset $(PRESET)
+
+test-asan:
+	@scripts/setup.sh check
+	@$(MAKE) --no-print-directory test PRESET=asan
+
+bench: build
+	@$(BUILD)/krel_bench
+
+check: build
+	@scripts/setup.sh check
+	@scripts/check.sh $(BUILD)
+
+format:
+	@scripts/setup.sh check
+	@git ls-files -z -- '*.h' '*.c' '*.cpp' | xargs -0 clang-format -i
+
+clean:
+	rm -rf build out

@@ -1,0 +1,65 @@
+#!/usr/bin/env python3
+"""Checks the built library against its promises: exported names, needed libraries, hardening.
+
+usage: check_exports.py EXPORTS_MAP LIBRARY
+"""
+
+import re
+import subprocess
+import sys
+
+# What the platform provides to a vendor library. The dynamic loader counts as part of the C library.
+PROVIDED = re.compile(r"^(libc|libm|liblog|ld-linux[-\w]*)\.so(\.\d+)?$")
+
+
+def output(*command: str) -> str:
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def promised(map_file: str) -> set:
+    with open(map_file, encoding="utf-8") as file:
+        text = re.sub(r"#.*", "", file.read())
+    body = text.split("global:")[1].split("local:")[0]
+    return {name.strip() for name in body.split(";") if name.strip()}
+
+
+def main(map_file: str, library: str) -> int:
+    errors = []
+    exported = {line.split()[-1] for line in output("nm", "-D", "--defined-only", library).splitlines()}
+    names = promised(map_file)
+    errors += [f"exported but not promised: {name}" for name in sorted(exported - names)]
+    errors += [f"promised but not exported: {name}" for name in sorted(names - exported)]
+
+    dynamic = output("readelf", "--dynamic", "--wide", library)
+    needed = re.findall(r"\(NEEDED\)\s+Shared library: \[([^\]]+)\]", dynamic)
+    errors += [f"needs {name}, which the platform does not provide" for name in needed if not PROVIDED.match(name)]
+    for what, pattern in {
+        "a soname of libkrelvcp.so": r"\(SONAME\)\s+Library soname: \[libkrelvcp\.so\]",
+        "its own symbols bound first (-Bsymbolic)": r"SYMBOLIC",
+        "immediate binding (-z now)": r"BIND_NOW|Flags:.*NOW",
+    }.items():
+        if not re.search(pattern, dynamic):
+            errors.append(f"does not have {what}")
+    if "TEXTREL" in dynamic:
+        errors.append("has text relocations")
+    segments = output("readelf", "--segments", "--wide", library)
+    if "GNU_RELRO" not in segments:
+        errors.append("has no read-only relocations (-z relro)")
+    for line in segments.splitlines():
+        fields = line.split()
+        if fields and fields[0] == "LOAD" and int(fields[-1], 16) < 0x4000:
+            errors.append(f"has a segment aligned to {fields[-1]}: 16 KiB pages need 0x4000")
+        if fields and fields[0] == "GNU_STACK" and "E" in fields[-2]:
+            errors.append("has an executable stack")
+
+    for error in errors:
+        print(f"{library}: {error}", file=sys.stderr)
+    if not errors:
+        print(f"{library}: {len(exported)} exported names, all promised; needs {', '.join(needed)}")
+    return 1 if errors else 0
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    sys.exit(main(sys.argv[1], sys.argv[2]))
