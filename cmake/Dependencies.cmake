@@ -43,7 +43,7 @@ endfunction()
 # the very same functions run on the desk.
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64" AND NOT ANDROID)
     find_library(KREL_NE10_LIBRARY NAMES libNE10.a NE10 REQUIRED)
-    find_path(KREL_NE10_INCLUDE NE10.h REQUIRED)
+    find_path(KREL_NE10_INCLUDE NE10.h PATH_SUFFIXES ne10 NE10 REQUIRED)
     add_library(krel_ne10 INTERFACE)
     target_link_libraries(krel_ne10 INTERFACE ${KREL_NE10_LIBRARY})
     target_include_directories(krel_ne10 SYSTEM INTERFACE ${KREL_NE10_INCLUDE})

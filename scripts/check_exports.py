@@ -23,9 +23,18 @@ def promised(map_file: str) -> set:
     return {name.strip() for name in body.split(";") if name.strip()}
 
 
+def exported_names(library: str) -> set:
+    names = set()
+    for line in output("readelf", "--dyn-syms", "--wide", library).splitlines():
+        fields = line.split()  # number, value, size, type, binding, visibility, section, name
+        if len(fields) == 8 and fields[3] != "SECTION" and fields[6] not in ("UND", "Ndx"):
+            names.add(fields[7])
+    return names
+
+
 def main(map_file: str, library: str) -> int:
     errors = []
-    exported = {line.split()[-1] for line in output("nm", "-D", "--defined-only", library).splitlines()}
+    exported = exported_names(library)
     names = promised(map_file)
     errors += [f"exported but not promised: {name}" for name in sorted(exported - names)]
     errors += [f"promised but not exported: {name}" for name in sorted(names - exported)]
