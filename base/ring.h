@@ -13,6 +13,15 @@ constexpr int32_t ring_next(int32_t index, int32_t size) {
     return index + 1 < size ? index + 1 : 0;
 }
 
+/// How many of `wanted` slots from `index` on come before the ring wraps; at least 1 when wanted is.
+constexpr int32_t ring_run(int32_t index, int32_t size, int32_t wanted) {
+    return wanted < size - index ? wanted : size - index;
+}
+/// The index after a run of ring_run() slots.
+constexpr int32_t ring_skip(int32_t index, int32_t run, int32_t size) {
+    return ring_next(index + run - 1, size);
+}
+
 /// A record's own FIFO fields, whatever it calls them.
 struct ring_view {
     int32_t capacity;  // slots, at least 1

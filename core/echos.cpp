@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <iterator>
 
 #include "base/fixed_point.h"
@@ -12,6 +13,7 @@ namespace krel {
 namespace {
 
 constexpr int64_t kMostLineSamples = (int64_t{64} << 20) / sizeof(int32_t);  // of all taps together
+constexpr int kRun = 128;  // samples worked out at a time
 
 /// One echo of a room.
 struct echo {
@@ -45,18 +47,42 @@ void place_echoes(const echo (&room)[count], int rate, int* delays, int* gains) 
     }
 }
 
-int16_t process_sample(echos_t* e, int32_t x) {
-    int32_t y = mul_wrap_s32(e->dry, x) >> 7;
-    for (int32_t t = 0; t < e->tap_count; ++t) {
-        if (e->line[t] == nullptr) continue;
-        int32_t& slot = e->line[t][e->pos[t]];
+int32_t level(int32_t gain, int32_t x) { return mul_wrap_s32(gain, x) >> 7; }
+
+/// Adds one tap's part of a run to y. The line does not wrap inside the run, so that old and new samples of a slot are
+/// one delay apart.
+void mix_line(int32_t* __restrict line, int32_t gain, const int32_t* __restrict x,
+              int32_t* __restrict y, int run) {
+    for (int i = 0; i < run; ++i) {
         // Deliberate: the gain scales the direct sound; the echo itself has a fixed quarter level.
-        e->tap_out[t] = add_wrap_s32(slot, mul_wrap_s32(e->gain[t], x) >> 7);
-        slot = x >> 2;
-        e->pos[t] = ring_next(e->pos[t], e->len[t]);
-        y = add_wrap_s32(y, e->tap_out[t]);
+        y[i] = add_wrap_s32(y[i], add_wrap_s32(line[i], level(gain, x[i])));
+        line[i] = x[i] >> 2;
     }
-    return sat_s16(y);
+}
+
+void mix_tap(echos_t* e, int t, const int32_t* x, int32_t* y, int n) {
+    for (int done = 0; done < n;) {
+        const int run = ring_run(e->pos[t], e->len[t], n - done);
+        int32_t* line = e->line[t] + e->pos[t];
+        e->tap_out[t] = add_wrap_s32(line[run - 1], level(e->gain[t], x[done + run - 1]));
+        mix_line(line, e->gain[t], x + done, y + done, run);
+        e->pos[t] = ring_skip(e->pos[t], run, e->len[t]);
+        done += run;
+    }
+}
+
+/// n samples, at most kRun. All input is taken before any output is written.
+void process_run(echos_t* e, const int16_t* in, int16_t* out, int n) {
+    int32_t x[kRun];
+    int32_t y[kRun];
+    for (int i = 0; i < n; ++i) {
+        x[i] = in[i];
+        y[i] = level(e->dry, x[i]);
+    }
+    for (int32_t t = 0; t < e->tap_count; ++t) {
+        if (e->line[t] != nullptr) mix_tap(e, t, x, y, n);
+    }
+    for (int i = 0; i < n; ++i) out[i] = sat_s16(y[i]);
 }
 
 }  // namespace
@@ -101,7 +127,10 @@ int echos_init(void* echos, int* delays, int* gains, int dry) {
 int echos_process(void* echos, int16_t* in, int16_t* out, int n) {
     auto* e = static_cast<echos_t*>(echos);
     if (e == nullptr || in == nullptr || out == nullptr) return -1;
-    for (int i = 0; i < n; ++i) out[i] = process_sample(e, in[i]);
+    for (int done = 0, run = 0; done < n; done += run) {
+        run = std::min(kRun, n - done);
+        process_run(e, in + done, out + done, run);
+    }
     return n;
 }
 
