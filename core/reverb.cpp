@@ -4,6 +4,7 @@
 
 #include "base/fixed_point.h"
 #include "base/memory.h"
+#include "core/reverb_runs.h"
 
 namespace krel {
 namespace {
@@ -13,7 +14,6 @@ constexpr int32_t kRoomScale = 2333;
 constexpr int32_t kRoomOffset = 5779;
 constexpr int32_t kDampScale = 3301;
 
-constexpr int32_t kHalfQ13 = kOneQ13 / 2;
 constexpr int32_t kThirdQ13 = 2730;
 constexpr int32_t kInitialGain = 127;
 
@@ -83,27 +83,67 @@ void build(reverb_t* rv) {
     rv->dcR = zeroed_raw<dc_remove>(1);
 }
 
-int32_t process_combs(bank b, int32_t x) {
-    int32_t sum = 0;
-    for (int k = 0; k < KREL_REVERB_COMBS; ++k)
-        sum = add_wrap_s32(sum, comb_process(x, b.combs[k]));
-    return sum;
+/// Widens a run of one channel and sends it through combs and all-passes.
+void reverberate(const reverb_t* rv, bank b, const int16_t* in, int32_t* x, int32_t* wet, int n) {
+    for (int i = 0; i < n; ++i) {
+        x[i] = in[i];
+        wet[i] = mul_wrap_s32(rv->gain, x[i]) >> 13;
+    }
+    combs_run(b.combs, wet, n);
+    for (int k = 0; k < KREL_REVERB_ALLPASSES; ++k) allpass_run(b.allpasses[k], wet, n);
 }
 
-int32_t process_allpasses(bank b, int32_t x) {
-    for (int k = 0; k < KREL_REVERB_ALLPASSES; ++k) x = allpass_process(x, b.allpasses[k]);
-    return x;
+/// Blocks DC in a run of one channel's mix (Q13) and narrows it.
+void finish(bank b, int32_t* mix, int16_t* out, int n) {
+    for (int i = 0; i < n; ++i) mix[i] >>= 13;
+    dc_remove_run(b.dc, mix, n);
+    for (int i = 0; i < n; ++i) out[i] = sat_s16(mix[i]);
 }
 
-int32_t reverberate(const reverb_t* rv, bank b, int32_t x) {
-    const int32_t scaled = mul_wrap_s32(rv->gain, x) >> 13;
-    return process_allpasses(b, process_combs(b, scaled));
+/// n samples, at most kReverbRun. All input is taken before any output is written.
+void mono_run(const reverb_t* rv, const int16_t* in, int16_t* out, int n) {
+    int32_t x[kReverbRun];
+    int32_t wet[kReverbRun];
+    const bank b = left(rv);
+    reverberate(rv, b, in, x, wet, n);
+    for (int i = 0; i < n; ++i) {
+        x[i] = add_wrap_s32(mul_wrap_s32(rv->dry, x[i]), mul_wrap_s32(rv->wet1, wet[i]));
+    }
+    finish(b, x, out, n);
 }
 
-int16_t finish(bank b, int32_t mix_q13) {
-    int32_t y = mix_q13 >> 13;
-    dc_remove_process(b.dc, &y, &y);
-    return sat_s16(y);
+struct stereo_in {
+    const int16_t *l, *r;
+};
+struct stereo_out {
+    int16_t *l, *r;
+};
+
+void stereo_run(const reverb_t* rv, stereo_in in, stereo_out out, int n) {
+    int32_t xl[kReverbRun];
+    int32_t xr[kReverbRun];
+    int32_t wet_l[kReverbRun];
+    int32_t wet_r[kReverbRun];
+    reverberate(rv, left(rv), in.l, xl, wet_l, n);
+    reverberate(rv, right(rv), in.r, xr, wet_r, n);
+    for (int i = 0; i < n; ++i) {
+        const int32_t l =
+                add_wrap_s32(mul_wrap_s32(rv->dry, xl[i]), mul_wrap_s32(rv->wet1, wet_l[i]));
+        const int32_t r =
+                add_wrap_s32(mul_wrap_s32(rv->dry, xr[i]), mul_wrap_s32(rv->wet1, wet_r[i]));
+        xl[i] = add_wrap_s32(l, mul_wrap_s32(rv->wet2, wet_r[i]));
+        xr[i] = add_wrap_s32(r, mul_wrap_s32(rv->wet2, wet_l[i]));
+    }
+    finish(left(rv), xl, out.l, n);
+    finish(right(rv), xr, out.r, n);
+}
+
+/// Audio of a reverberator that could not be built.
+void pass_stereo_run(stereo_in in, stereo_out out, int n) {
+    int16_t l[kReverbRun];
+    std::copy_n(in.l, n, l);
+    std::copy_n(in.r, n, out.r);
+    std::copy_n(l, n, out.l);
 }
 
 }  // namespace
@@ -178,16 +218,14 @@ void reverb_setgain(reverb_t* rv, int value) {
 }
 
 void reverb_process_mono(reverb_t* rv, int16_t* in, int16_t* out, int n) {
-    if (rv == nullptr || in == nullptr || out == nullptr) return;
-    const bank b = left(rv);
-    if (!complete(b)) {
-        if (n > 0) std::copy_n(in, n, out);
+    if (rv == nullptr || in == nullptr || out == nullptr || n < 1) return;
+    if (!complete(left(rv))) {
+        std::copy_n(in, n, out);
         return;
     }
-    for (int i = 0; i < n; ++i) {
-        const int32_t x = in[i];
-        const int32_t wet = reverberate(rv, b, x);
-        out[i] = finish(b, add_wrap_s32(mul_wrap_s32(rv->dry, x), mul_wrap_s32(rv->wet1, wet)));
+    for (int done = 0, run = 0; done < n; done += run) {
+        run = std::min(kReverbRun, n - done);
+        mono_run(rv, in + done, out + done, run);
     }
 }
 
@@ -196,22 +234,15 @@ void reverb_process_stereo(reverb_t* rv, int16_t* inL, int16_t* inR, int16_t* ou
     if (rv == nullptr || inL == nullptr || inR == nullptr || outL == nullptr || outR == nullptr) {
         return;
     }
-    const bank bl = left(rv);
-    const bank br = right(rv);
-    const bool built = complete(bl) && complete(br);
-    for (unsigned int i = 0; i < n; ++i) {
-        const int32_t xl = inL[i];
-        const int32_t xr = inR[i];
-        if (!built) {
-            outL[i] = wrap_s16(xl);
-            outR[i] = wrap_s16(xr);
-            continue;
+    const bool built = complete(left(rv)) && complete(right(rv));
+    for (unsigned int done = 0, run = 0; done < n; done += run) {
+        run = std::min<unsigned int>(kReverbRun, n - done);
+        const stereo_in in = {inL + done, inR + done};
+        const stereo_out out = {outL + done, outR + done};
+        if (built) {
+            stereo_run(rv, in, out, static_cast<int>(run));
+        } else {
+            pass_stereo_run(in, out, static_cast<int>(run));
         }
-        const int32_t wl = reverberate(rv, bl, xl);
-        const int32_t wr = reverberate(rv, br, xr);
-        const int32_t own_l = add_wrap_s32(mul_wrap_s32(rv->dry, xl), mul_wrap_s32(rv->wet1, wl));
-        const int32_t own_r = add_wrap_s32(mul_wrap_s32(rv->dry, xr), mul_wrap_s32(rv->wet1, wr));
-        outL[i] = finish(bl, add_wrap_s32(own_l, mul_wrap_s32(rv->wet2, wr)));
-        outR[i] = finish(br, add_wrap_s32(own_r, mul_wrap_s32(rv->wet2, wl)));
     }
 }

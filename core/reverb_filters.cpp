@@ -3,12 +3,10 @@
 #include "base/fixed_point.h"
 #include "base/memory.h"
 #include "base/ring.h"
+#include "core/reverb_runs.h"
 
 namespace krel {
 namespace {
-
-constexpr int32_t kHalfQ13 = kOneQ13 / 2;
-constexpr int64_t kPoleQ26 = 66840428;  // 0.996
 
 /// a * b with b in Q13 for a sum of two int32; rounds toward minus infinity, saturates to int32. Only the product of the
 /// two extremes, -2^32 and -2^31, wraps.
@@ -90,10 +88,5 @@ void dc_remove_end(dc_remove* dc) {
 
 void dc_remove_process(dc_remove* dc, int32_t* in, int32_t* out) {
     if (dc == nullptr || in == nullptr || out == nullptr) return;
-    const int64_t x_q13 = int64_t{*in} * kOneQ13;
-    const int64_t sum_q13 = sub_wrap_s64(add_wrap_s64(x_q13, dc->y), dc->x_prev);
-    const int64_t y_q39 = mul_wrap_s64(sum_q13, kPoleQ26);
-    dc->x_prev = x_q13;
-    dc->y = y_q39 >> 26;
-    *out = wrap_s32(y_q39 >> 39);
+    *out = dc_remove_step(*dc, *in);
 }

@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <functional>
+#include <random>
 #include <vector>
 
 #include "tests/support/alloc_gate.h"
@@ -160,20 +161,15 @@ TEST(DcRemove, ForgetsAConstantWithinItsTimeConstant) {
     for (const int32_t level : {10000, -10000}) {
         dc_remove dc;
         dc_remove_init(&dc);
-        int32_t y = 0;
-        for (int i = 0; i < 250; ++i) {
-            y = level;
-            dc_remove_process(&dc, &y, &y);
-        }
-        EXPECT_EQ(y, level > 0 ? 3671 : -3672);
-        for (int i = 0; i < 4000; ++i) {
-            y = level;
-            dc_remove_process(&dc, &y, &y);
-        }
-        EXPECT_EQ(y, level > 0 ? 0 : -1);  // rounds toward minus infinity
+        const auto after = [&](int samples) {
+            int32_t y = 0;
+            while (samples-- > 0) dc_remove_process(&dc, &(y = level), &y);
+            return y;
+        };
+        EXPECT_EQ(after(250), level > 0 ? 3671 : -3672);
+        EXPECT_EQ(after(4000), level > 0 ? 0 : -1);  // rounds toward minus infinity
         dc_remove_end(&dc);
-        EXPECT_EQ(dc.y, 0);
-        EXPECT_EQ(dc.x_prev, 0);
+        EXPECT_EQ(dc.y | dc.x_prev, 0);
     }
 }
 
@@ -269,11 +265,25 @@ TEST(Reverb, FirstReflectionComesFromTheShortestComb) {
               2000);  // through four all-passes of 0.5: 3 * 16000 / 16, less the DC blocker's 0.4 %
 }
 
-TEST(Reverb, LinesHaveTheDocumentedTotal) {
+TEST(Reverb, LineLengthsArePrimeAndOrderedAndAddUp) {
     Reverb rv;
+    std::vector<int> combs;
+    std::vector<int> allpasses;
+    for (int k = 0; k < 8; ++k) {
+        combs.insert(combs.end(), {rv->combL[k]->bufsize, rv->combR[k]->bufsize});
+    }
+    for (int k = 0; k < 4; ++k) {
+        allpasses.insert(allpasses.end(), {rv->allpassR[k]->bufsize, rv->allpassL[k]->bufsize});
+    }
+    EXPECT_TRUE(std::ranges::is_sorted(combs));
+    EXPECT_TRUE(std::ranges::is_sorted(allpasses, std::greater()));
     int total = 0;
-    for (int k = 0; k < 8; ++k) total += rv->combL[k]->bufsize + rv->combR[k]->bufsize;
-    for (int k = 0; k < 4; ++k) total += rv->allpassL[k]->bufsize + rv->allpassR[k]->bufsize;
+    for (const auto* lengths : {&combs, &allpasses}) {
+        for (const int length : *lengths) {
+            for (int d = 2; d * d <= length; ++d) EXPECT_NE(length % d, 0) << length;
+            total += length;
+        }
+    }
     EXPECT_EQ(total, 33044);
 }
 
@@ -335,23 +345,57 @@ TEST(Reverb, AnySplitInPlaceOrNotEqualsTheDefinition) {
     }
 }
 
-TEST(Reverb, FiltersSetOneByOneAreRunWithTheirOwnSettings) {
-    const auto tinker = [](Reverb& rv) {
-        comb_setfeedback(rv->combL[2], 9000);
-        comb_setsetdamp(rv->combL[5], 4000);
-        rv->combL[6]->damp2 = 100;
-        rv->combL[7]->filterstore = INT32_MAX;
-        allpass_setfeedback(rv->allpassL[1], 3000);
+/// Fills every line of the left channel with full-range values and gives each comb its own settings within 0 to 1.0.
+void scramble(reverb_t* rv) {
+    std::mt19937 random(3);
+    const auto fill = [&](int32_t* line, int size) {
+        for (int i = 0; i < size; ++i) line[i] = static_cast<int32_t>(random());
+        std::fill_n(line + size / 2, size / 4, INT32_MIN);
+        std::fill_n(line + size / 4, size / 4, INT32_MAX);
     };
-    Samples expected = loud(6000, 4);
-    Samples unused(expected.size());
-    Reverb model(kVoice);
-    tinker(model);
-    model->wet2 = 0;
-    stereo_by_definition(model.get(), expected, unused);
-    Reverb rv(kVoice);
-    tinker(rv);
-    EXPECT_EQ(rv.mono(loud(6000, 4)), expected);
+    for (int k = 0; k < 8; ++k) {
+        comber* comb = rv->combL[k];
+        fill(comb->buffer, comb->bufsize);
+        comb->bufidx = comb->bufsize - 1 - k;
+        comb->filterstore = k % 2 == 0 ? INT32_MIN : INT32_MAX;
+        comb_setsetdamp(comb, 8192 * k / 7);
+        comb_setfeedback(comb, 8192 - 8192 * k / 7);
+    }
+    for (int k = 0; k < 4; ++k) fill(rv->allpassL[k]->buffer, rv->allpassL[k]->bufsize);
+}
+
+TEST(Reverb, AnyStateIsExactAndSoIsEachFilterSetOnItsOwn) {
+    void (*const tinkers[])(reverb_t*) = {
+            [](reverb_t*) {},
+            [](reverb_t* rv) { comb_setfeedback(rv->combL[2], 12000); },
+            [](reverb_t* rv) { comb_setfeedback(rv->combL[7], -1); },
+            [](reverb_t* rv) { comb_setsetdamp(rv->combL[3], 9000); },
+            [](reverb_t* rv) { comb_setsetdamp(rv->combL[0], -9000); },
+            [](reverb_t* rv) { rv->combL[6]->damp2 = 100; },
+            [](reverb_t* rv) { allpass_setfeedback(rv->allpassL[1], 3000); },
+    };
+    const auto line = [](const auto* filter) {
+        return std::vector<int32_t>(filter->buffer, filter->buffer + filter->bufsize);
+    };
+    for (const auto& tinker : tinkers) {
+        SCOPED_TRACE(&tinker - tinkers);
+        Reverb model({256, 256, 1, 0, 8192, INT32_MAX});
+        Reverb rv({256, 256, 1, 0, 8192, INT32_MAX});
+        for (reverb_t* r : {model.get(), rv.get()}) {
+            scramble(r);
+            tinker(r);
+        }
+        Samples expected = loud(3000, 6);
+        Samples unused(expected.size());
+        stereo_by_definition(model.get(), expected, unused);
+        EXPECT_EQ(rv.mono(loud(3000, 6)), expected);
+        for (int k = 0; k < 8; ++k) {
+            EXPECT_EQ(line(rv->combL[k]), line(model->combL[k])) << k;
+            EXPECT_EQ(rv->combL[k]->filterstore, model->combL[k]->filterstore) << k;
+        }
+        for (int k = 0; k < 4; ++k) EXPECT_EQ(line(rv->allpassL[k]), line(model->allpassL[k])) << k;
+        EXPECT_EQ(rv->dcL->y, model->dcL->y);
+    }
 }
 
 TEST(Reverb, TailDecaysToZeroOrMinusOne) {
@@ -410,8 +454,11 @@ TEST(Reverb, ArgumentsAreChecked) {
     reverb_process_mono(rv.get(), &sample, nullptr, 1);
     reverb_process_mono(nullptr, &sample, &sample, 1);
     reverb_process_stereo(rv.get(), &sample, &sample, &sample, &sample, 0);
-    reverb_process_stereo(rv.get(), &sample, nullptr, &sample, &sample, 1);
-    reverb_process_stereo(rv.get(), &sample, &sample, nullptr, &sample, 1);
+    for (int missing = 0; missing < 4; ++missing) {
+        int16_t* p[] = {&sample, &sample, &sample, &sample};
+        p[missing] = nullptr;
+        reverb_process_stereo(rv.get(), p[0], p[1], p[2], p[3], 1);
+    }
     reverb_process_stereo(nullptr, &sample, &sample, &sample, &sample, 1);
     EXPECT_EQ(sample, 99);
     EXPECT_EQ(reverb_init(nullptr), -1);
