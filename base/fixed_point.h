@@ -11,6 +11,7 @@
 namespace krel {
 
 inline constexpr int32_t kOneQ13 = 1 << 13;
+inline constexpr int32_t kHalfQ13 = kOneQ13 / 2;
 
 constexpr int16_t wrap_s16(int32_t v) { return static_cast<int16_t>(v); }
 constexpr int32_t wrap_s32(int64_t v) { return static_cast<int32_t>(v); }
@@ -61,6 +62,15 @@ constexpr int32_t asr_s32(int32_t a, int32_t bits) {
 
 /// a * b with b in Q13; rounds toward minus infinity, saturates to int32.
 constexpr int32_t mul_q13_sat(int32_t a, int32_t b) { return sat_s32(mul_wide(a, b) >> 13); }
+
+/// a * b with b in Q13; rounds toward minus infinity, low 32 bits kept.
+constexpr int32_t mul_q13_wrap(int32_t a, int32_t b) {
+    // Of the shifted product only bits 0..31 count, so the shift may be a logical one, which vectors have in 64 bits.
+    return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(mul_wide(a, b)) >> 13));
+}
+
+/// floor((a + b) / 2) without overflow.
+constexpr int32_t mean_s32(int32_t a, int32_t b) { return (a & b) + ((a ^ b) >> 1); }
 
 /// Q8.23 from full-scale 32-bit: rounds half up, saturates before the shift.
 constexpr int32_t q8_23_from_s32(int32_t s) { return sat_s32(int64_t{s} + 128) >> 8; }

@@ -7,8 +7,6 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <algorithm>
-
 namespace krel {
 
 /// The next index of a ring of `size` slots.
@@ -19,6 +17,10 @@ constexpr int32_t ring_next(int32_t index, int32_t size) {
 /// The index `steps` further on; 0 <= steps <= size.
 constexpr int32_t ring_advance(int32_t index, int32_t steps, int32_t size) {
     return steps < size - index ? index + steps : steps - (size - index);
+}
+/// How many of `wanted` slots from `index` on come before the ring wraps; at least 1 when wanted is.
+constexpr int32_t ring_run(int32_t index, int32_t size, int32_t wanted) {
+    return wanted < size - index ? wanted : size - index;
 }
 
 /// A record's own FIFO fields, whatever it calls them.
@@ -61,7 +63,8 @@ void ring_push_n(ring_view r, T* data, const T* from, size_t stride, size_t n) {
         return;
     }
     // Room for all: two plain copies, up to the end of the ring and from its start.
-    const size_t first = std::min(n, static_cast<size_t>(r.capacity - r.write));
+    const size_t first =
+            static_cast<size_t>(ring_run(r.write, r.capacity, static_cast<int32_t>(n)));
     for (size_t i = 0; i < first; ++i) data[static_cast<size_t>(r.write) + i] = from[i * stride];
     for (size_t i = first; i < n; ++i) data[i - first] = from[i * stride];
     r.count += static_cast<int32_t>(n);
@@ -75,7 +78,7 @@ void ring_pop_n(ring_view r, const T* data, T* to, size_t stride, size_t n) {
         for (size_t i = 0; i < n; ++i) to[i * stride] = ring_pop(r, data);
         return;
     }
-    const size_t first = std::min(n, static_cast<size_t>(r.capacity - r.read));
+    const size_t first = static_cast<size_t>(ring_run(r.read, r.capacity, static_cast<int32_t>(n)));
     for (size_t i = 0; i < first; ++i) to[i * stride] = data[static_cast<size_t>(r.read) + i];
     for (size_t i = first; i < n; ++i) to[i * stride] = data[i - first];
     r.count -= static_cast<int32_t>(n);

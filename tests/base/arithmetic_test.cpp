@@ -35,6 +35,13 @@ TEST(FixedPoint, ShiftsRoundTowardMinusInfinityAndTakeAnyCount) {
     EXPECT_EQ(mul_q13_sat(-1, 1), -1);
     EXPECT_EQ(mul_q13_sat(kMax, 2 * kOneQ13), kMax);
     EXPECT_EQ(mul_q13_sat(kMin, kMin), kMax);
+    EXPECT_EQ(mul_q13_wrap(-1, 1), -1);
+    EXPECT_EQ(mul_q13_wrap(kMax, 2 * kOneQ13), -2);
+    EXPECT_EQ(mul_q13_wrap(kMin, kMin), 0);
+    EXPECT_EQ(mean_s32(kMax, kMax - 1), kMax - 1);
+    EXPECT_EQ(mean_s32(kMin, kMin), kMin);
+    EXPECT_EQ(mean_s32(kMin, kMax), -1);
+    EXPECT_EQ(mean_s32(-4, 1), -2);
 }
 
 TEST(FixedPoint, SampleWidthsConvertWithRoundingAndSaturation) {

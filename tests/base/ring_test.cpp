@@ -60,5 +60,23 @@ TEST(Ring, ManyAtOnceEqualsOneByOne) {
     }
 }
 
+TEST(Ring, RunsVisitTheSlotsThatSingleStepsVisit) {
+    for (const int32_t size : {1, 2, 7}) {
+        for (int32_t start = 0; start < size; ++start) {
+            int32_t stepped = start;
+            int32_t index = start;
+            for (int32_t wanted = 20; wanted > 0;) {
+                const int32_t run = ring_run(index, size, wanted);
+                ASSERT_GE(run, 1);
+                ASSERT_LE(index + run, size);
+                for (int32_t i = 0; i < run; ++i) stepped = ring_next(stepped, size);
+                index = ring_advance(index, run, size);
+                ASSERT_EQ(index, stepped);
+                wanted -= run;
+            }
+        }
+    }
+}
+
 }  // namespace
 }  // namespace krel
