@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
-"""Writes the computed constant tables of tables/: run it from anywhere, commit what it prints into the tree.
+"""Writes the computed constant tables of tables/: run it from anywhere, commit what it writes.
 
-    scripts/gen_tables.py            rewrites tables/hann.cpp
+    scripts/gen_tables.py            rewrites tables/hann.cpp and tables/carrier.cpp
 """
 
 import math
 import pathlib
+
+import carrier_sound
 
 TABLES = pathlib.Path(__file__).resolve().parent.parent / "tables"
 HANN_SIZES = (512, 1024, 2048)
@@ -18,7 +20,7 @@ def hann(size):
 
 def c_array(declaration, values, per_line=10):
     """A C++ array of floats with six decimals each."""
-    lines = [f"extern const float {declaration} = {{"]
+    lines = [f"const float {declaration} = {{"]
     for start in range(0, len(values), per_line):
         row = (f"{v:.6f}f".replace("-0.000000f", "0.000000f") for v in values[start : start + per_line])
         lines.append(", ".join(row) + ",")
@@ -43,6 +45,7 @@ namespace krel {{
 
 def main():
     write_table("hann.cpp", "tables/hann.h", [c_array(f"kHann{size}[{size}]", hann(size)) for size in HANN_SIZES])
+    write_table("carrier.cpp", "tables/carrier.h", [c_array(f"kCarrier[{carrier_sound.LENGTH}]", carrier_sound.carrier())])
 
 
 if __name__ == "__main__":

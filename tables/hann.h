@@ -4,9 +4,11 @@
 
 namespace krel {
 
+// NOLINTBEGIN(bugprone-dynamic-static-initializers): constants, nothing runs to set them
 extern const float kHann512[512];
 extern const float kHann1024[1024];
 extern const float kHann2048[2048];
+// NOLINTEND(bugprone-dynamic-static-initializers)
 
 /// The window for a transform of `size` points: 512, 1024 or, for every other value, 2048.
 constexpr const float* hann_window(int size) {
