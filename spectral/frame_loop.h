@@ -15,6 +15,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <type_traits>
 
 #include "base/memory.h"
 #include "base/pcm.h"
@@ -28,6 +29,7 @@ inline constexpr int32_t kOverlap = 4;
 /// Sets the sizes, the FIFO position and the window for frames of `size` samples.
 template <typename Record>
 void set_frame_size(Record* r, int32_t size) {
+    static_assert(std::is_trivial_v<Record>);
     r->fft_size = size;
     r->overlap = kOverlap;
     r->half_size = size / 2;
@@ -42,6 +44,13 @@ template <typename Record, typename EachBuffer>
 void release_buffers(Record* r, EachBuffer each_buffer) {
     each_buffer(r, [](auto*& buffer, int32_t) { release(buffer); });
     fft_destroy(r->fft_cfg);
+}
+
+/// Sets every pointer to null, whatever it held: for a record that is to stay unusable.
+template <typename Record, typename EachBuffer>
+void clear_buffers(Record* r, EachBuffer each_buffer) {
+    each_buffer(r, [](auto*& buffer, int32_t) { buffer = nullptr; });
+    r->fft_cfg = nullptr;
 }
 
 /// Allocates every buffer, zeroed, and the FFT configuration; sets every pointer, whatever it held. When one cannot be

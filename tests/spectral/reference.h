@@ -1,31 +1,30 @@
-// Double-precision models for the tests of the frame-based effects: direct sums, no fast algorithm.
+// Double-precision models of the frame-based effects: direct sums, no fast algorithm.
 #ifndef KREL_TESTS_SPECTRAL_REFERENCE_H
 #define KREL_TESTS_SPECTRAL_REFERENCE_H
 
+#include <stdint.h>
+
 #include <cmath>
 #include <complex>
+#include <functional>
 #include <numbers>
 #include <vector>
 
 namespace krel_test {
 
+inline constexpr double kPi = std::numbers::pi;
 using Spectrum = std::vector<std::complex<double>>;
 
 /// sum over n of x[n] exp(sign 2 pi i k n / N), unscaled.
-inline Spectrum direct_dft(const Spectrum& x, int sign) {
-    const size_t size = x.size();
-    Spectrum turn(size);
-    for (size_t n = 0; n < size; ++n) {
-        const double angle =
-                sign * 2.0 * std::numbers::pi * static_cast<double>(n) / static_cast<double>(size);
-        turn[n] = {std::cos(angle), std::sin(angle)};
-    }
-    Spectrum out(size);
-    for (size_t k = 0; k < size; ++k) {
-        for (size_t n = 0; n < size; ++n) out[k] += x[n] * turn[k * n % size];
-    }
-    return out;
-}
+Spectrum direct_dft(const Spectrum& x, int sign);
+
+/// Periodic Hann window, rounded to six decimals.
+std::vector<double> hann(int size);
+
+/// Analysis and synthesis by overlap-add of windowed frames every size/4 samples; `change` turns bins 0..size/2 of a
+/// frame's spectrum into those of the output. Returns as many samples as went in, +-1.
+std::vector<double> overlap_add(const std::vector<int16_t>& in, int size,
+                                const std::function<void(Spectrum&)>& change);
 
 /// Level of `expected` over that of its difference to `actual`, in dB; 300 when they are equal.
 template <typename Expected, typename Actual>
