@@ -5,11 +5,11 @@
 #include "base/log.h"
 #include "spectral/frame_loop.h"
 #include "spectral/polar.h"
+#include "spectral/trig.h"
 
 namespace krel {
 namespace {
 
-constexpr double kPi = 3.141592653589793;
 constexpr double kTwoPi = 6.283185307179586;
 constexpr float kWideScale = 1.2f;    // above it the second pass has scales of its own
 constexpr float kNarrowScale = 0.8f;  // below it the boosted band starts and ends lower

@@ -2,6 +2,8 @@
 
 #include <math.h>
 
+#include "spectral/trig.h"
+
 namespace krel {
 
 void spectrum_magnitudes(const krel_complex_t* spectrum, float* magnitude, int bins) {
@@ -12,7 +14,7 @@ void spectrum_magnitudes(const krel_complex_t* spectrum, float* magnitude, int b
 }
 
 void spectrum_phases(const krel_complex_t* spectrum, float* phase, int bins) {
-    for (int k = 0; k < bins; ++k) phase[k] = atan2f(spectrum[k].i, spectrum[k].r);
+    for (int k = 0; k < bins; ++k) phase[k] = bin_atan2(spectrum[k].i, spectrum[k].r);
 }
 
 void spectrum_from_polar(const float* magnitude, const float* phase, krel_complex_t* spectrum,
@@ -20,7 +22,7 @@ void spectrum_from_polar(const float* magnitude, const float* phase, krel_comple
     for (int k = 0; k < bins; ++k) {
         float sine;
         float cosine;
-        sincosf(phase[k], &sine, &cosine);
+        bin_sincos(phase[k], &sine, &cosine);
         spectrum[k] = {magnitude[k] * cosine, magnitude[k] * sine};
     }
 }
