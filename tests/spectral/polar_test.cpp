@@ -47,13 +47,4 @@ TEST(Polar, BackFromPolarIsAccurateAtThePhasesOfAnyUptime) {
     }
 }
 
-TEST(Polar, MagnitudesAreTwiceTheModulus) {
-    const krel_complex_t x[] = {{3.0f, -4.0f}, {0.0f, 0.0f}, {-0.5f, 0.0f}};
-    float magnitude[3];
-    spectrum_magnitudes(x, magnitude, 3);
-    EXPECT_EQ(magnitude[0], 10.0f);
-    EXPECT_EQ(magnitude[1], 0.0f);
-    EXPECT_EQ(magnitude[2], 1.0f);
-}
-
 }  // namespace
