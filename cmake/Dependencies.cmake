@@ -27,6 +27,18 @@ function(krel_unpack prefix out_dir)
     endif()
 endfunction()
 
+# Exchanges two neighbouring pieces of a file wherever `first` stands directly before `second`; done once, kept after.
+function(krel_swap_text file first second)
+    file(READ "${file}" text)
+    string(REPLACE "${first}${second}" "${second}${first}" swapped "${text}")
+    string(FIND "${swapped}" "${second}${first}" at)
+    if(at EQUAL -1)
+        message(FATAL_ERROR "${file} is not the source that we know")
+    elseif(NOT swapped STREQUAL text)
+        file(WRITE "${file}" "${swapped}")
+    endif()
+endfunction()
+
 # Third-party code: its own warnings off, no sanitizers but address (its shifts and casts are not ours to judge), same
 # floating-point rules as ours.
 function(krel_third_party target)
@@ -39,34 +51,41 @@ function(krel_third_party target)
 endfunction()
 
 # ---- Ne10: the complex FFT ------------------------------------------------------------------------------------------
-# arm64 Linux has it packaged. Elsewhere it is built from source: natively for Android, through SIMDe on x86-64, so that
-# the very same functions run on the desk.
-if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64" AND NOT ANDROID)
-    find_library(KREL_NE10_LIBRARY NAMES libNE10.a NE10 REQUIRED)
-    find_path(KREL_NE10_INCLUDE NE10.h PATH_SUFFIXES ne10 NE10 REQUIRED)
-    add_library(krel_ne10 INTERFACE)
-    target_link_libraries(krel_ne10 INTERFACE ${KREL_NE10_LIBRARY})
-    target_include_directories(krel_ne10 SYSTEM INTERFACE ${KREL_NE10_INCLUDE})
-else()
-    set(ne10 "${PROJECT_BINARY_DIR}/_deps/ne10")
-    krel_unpack("ne10_" "${ne10}")
-    set(ne10_dsp "${ne10}/modules/dsp")
-    add_library(krel_ne10 STATIC
-        ${ne10_dsp}/NE10_fft.c
-        ${ne10_dsp}/NE10_fft_float32.c
-        ${ne10_dsp}/NE10_fft_float32.neonintrinsic.c
-        ${ne10_dsp}/NE10_fft_generic_float32.c
-        ${ne10_dsp}/NE10_fft_generic_float32.neonintrinsic.cpp
-        ${ne10_dsp}/NE10_fft_int32.c
-        ${ne10_dsp}/NE10_fft_generic_int32.cpp)
-    target_compile_definitions(krel_ne10 PRIVATE NE10_UNROLL_LEVEL=0)
-    target_include_directories(krel_ne10 SYSTEM PUBLIC ${ne10}/inc PRIVATE ${ne10}/common ${ne10_dsp})
-    if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm")
-        target_include_directories(krel_ne10 BEFORE PRIVATE ${PROJECT_SOURCE_DIR}/cmake/simde)
-    endif()
-    krel_third_party(krel_ne10)
-    target_compile_options(krel_ne10 PRIVATE -O3 $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+# Built from source on every target: with its own NEON code on arm64, through SIMDe on x86-64, so that the very same
+# functions run on the desk. (The packaged arm64 library crashes when an allocation fails, see below.)
+set(ne10 "${PROJECT_BINARY_DIR}/_deps/ne10")
+krel_unpack("ne10_" "${ne10}")
+set(ne10_dsp "${ne10}/modules/dsp")
+# Its allocators write to the new state before they look whether there is one. Our initialisers promise to survive a
+# failed allocation, so the look comes first.
+krel_swap_text("${ne10_dsp}/NE10_fft.c"
+"    // Only backward FFT is scaled by default.
+    st->is_forward_scaled = 0;
+    st->is_backward_scaled = 1;
+
+"
+"    // Bad allocation.
+    if (st == NULL)
+    {
+        return st;
+    }
+
+")
+add_library(krel_ne10 STATIC
+    ${ne10_dsp}/NE10_fft.c
+    ${ne10_dsp}/NE10_fft_float32.c
+    ${ne10_dsp}/NE10_fft_float32.neonintrinsic.c
+    ${ne10_dsp}/NE10_fft_generic_float32.c
+    ${ne10_dsp}/NE10_fft_generic_float32.neonintrinsic.cpp
+    ${ne10_dsp}/NE10_fft_int32.c
+    ${ne10_dsp}/NE10_fft_generic_int32.cpp)
+target_compile_definitions(krel_ne10 PRIVATE NE10_UNROLL_LEVEL=0)
+target_include_directories(krel_ne10 SYSTEM PUBLIC ${ne10}/inc PRIVATE ${ne10}/common ${ne10_dsp})
+if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm")
+    target_include_directories(krel_ne10 BEFORE PRIVATE ${PROJECT_SOURCE_DIR}/cmake/simde)
 endif()
+krel_third_party(krel_ne10)
+target_compile_options(krel_ne10 PRIVATE -O3 $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 
 # ---- SpeexDSP: the resampler, fixed-point build ---------------------------------------------------------------------
 # Scalar on every target (no USE_NEON), so that all of them give the same bits.

@@ -20,7 +20,7 @@ for group in "$@"; do
         check) packages+=(clang clang-format clang-tidy libclang-rt-14-dev) ;;
         arm64)
             packages+=(crossbuild-essential-arm64 qemu-user)
-            packages+=(libne10-dev:arm64 android-liblog-dev:arm64 libsndfile1-dev:arm64)
+            packages+=(android-liblog-dev:arm64 libsndfile1-dev:arm64)
             packages+=(libgtest-dev:arm64 libgmock-dev:arm64)
             ;;
         *)

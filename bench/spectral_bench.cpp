@@ -1,0 +1,64 @@
+#include <vector>
+
+#include "bench/report.h"
+#include "spectral/pitch.h"
+#include "spectral/transform.h"
+#include "spectral/vocoder.h"
+#include "tables/carrier.h"
+#include "tests/support/signals.h"
+
+namespace {
+
+constexpr int kBlock = 128;
+constexpr int kRate = 48000;
+
+/// Feeds a voice in blocks through process(ctx, in, out, frames).
+template <typename Context>
+void run_voice(benchmark::State& state, Context* ctx,
+               int (*process)(void*, int16_t*, int16_t*, int)) {
+    const auto voice = krel_test::voice_s16(kRate, kRate);
+    std::vector<int16_t> block(kBlock);
+    size_t at = 0;
+    for (auto _ : state) {
+        std::copy_n(voice.begin() + static_cast<ptrdiff_t>(at), kBlock, block.begin());
+        at = at + 2 * kBlock <= voice.size() ? at + kBlock : 0;
+        process(ctx, block.data(), block.data(), kBlock);
+        benchmark::DoNotOptimize(block.data());
+    }
+    krel_bench::report_per_sample(state, kBlock);
+}
+
+// One forward and one inverse transform per hop: the floor under every effect of this family.
+void BM_FftPair(benchmark::State& state) {
+    const auto size = static_cast<int32_t>(state.range(0));
+    krel_fft_t* cfg = krel::fft_create(size);
+    std::vector<krel_complex_t> time(static_cast<size_t>(size), {0.1f, 0.0f});
+    auto spectrum = time;
+    for (auto _ : state) {
+        krel::fft_forward(cfg, time.data(), spectrum.data());
+        krel::fft_inverse(cfg, spectrum.data(), time.data());
+        benchmark::DoNotOptimize(time.data());
+    }
+    krel_bench::report_per_sample(state, size / 4);
+    krel::fft_destroy(cfg);
+}
+BENCHMARK(BM_FftPair)->Arg(512)->Arg(1024)->Arg(2048);
+
+// Arg: scale in percent.
+void BM_Pitch(benchmark::State& state) {
+    pitch_ctx_t pitch;
+    pitch_init(&pitch, kRate, static_cast<float>(state.range(0)) / 100.0f);
+    run_voice(state, &pitch, pitch_process);
+    pitch_deinit(&pitch);
+}
+BENCHMARK(BM_Pitch)->Arg(78)->Arg(136);
+
+void BM_Vocoder(benchmark::State& state) {
+    vocoder_ctx_t vocoder;
+    vocoder_init(&vocoder, kRate, krel::kCarrier);
+    run_voice(state, &vocoder, vocoder_process);
+    vocoder_deinit(&vocoder);
+}
+BENCHMARK(BM_Vocoder);
+
+}  // namespace
