@@ -34,8 +34,12 @@ as_root() {
     if [[ $(id -u) -eq 0 ]]; then "$@"; else sudo "$@"; fi
 }
 
-installed() {
-    [[ $(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+installed() { # PACKAGE[:ARCHITECTURE]
+    local architecture
+    architecture=$(dpkg --print-architecture)
+    [[ $1 == *:* ]] && architecture=${1#*:}
+    dpkg-query -W -f='${Architecture} ${db:Status-Status}\n' "$1" 2>/dev/null |
+        grep -qxE "($architecture|all) installed"
 }
 
 install_packages() {

@@ -1,0 +1,48 @@
+// A file that appears under its name only once it is complete.
+#ifndef KREL_HOST_TEMPORARY_FILE_H
+#define KREL_HOST_TEMPORARY_FILE_H
+
+#include <stdint.h>
+
+#include <filesystem>
+#include <string>
+
+namespace krel::host {
+
+class TemporaryFile {
+  public:
+    /// Creates a hidden file beside `target`; a symbolic link is followed to what it names. Throws Error when that is not
+    /// possible, or when the target is something else than a file.
+    explicit TemporaryFile(const std::filesystem::path& target);
+    /// Removes the file unless commit() succeeded.
+    ~TemporaryFile();
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    // As the system calls, for libsndfile; the first failure is remembered.
+    int64_t write(const void* data, int64_t bytes);
+    int64_t read(void* data, int64_t bytes);
+    int64_t seek(int64_t to, int whence);
+    /// Bytes in the file.
+    [[nodiscard]] int64_t size();
+
+    [[nodiscard]] bool failed() const { return error_ != 0; }
+    [[nodiscard]] std::string error_text() const;
+
+    /// Closes the file and gives it the target's name, in one step. False when that, or any write before, failed.
+    [[nodiscard]] bool commit();
+
+  private:
+    template <typename T>
+    T remember(T result);
+    void close_file();
+
+    std::filesystem::path target_;
+    std::filesystem::path path_;  // empty once committed
+    int fd_ = -1;
+    int error_ = 0;
+};
+
+}  // namespace krel::host
+
+#endif
