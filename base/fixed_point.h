@@ -52,6 +52,13 @@ constexpr int64_t mul_wrap_s64(int64_t a, int64_t b) {
 /// |a| in 32 bits: INT32_MIN stays INT32_MIN.
 constexpr int32_t abs_wrap_s32(int32_t a) { return a < 0 ? sub_wrap_s32(0, a) : a; }
 
+/// Truncates toward zero, saturates to int32; NaN becomes 0.
+constexpr int32_t trunc_sat_s32(double v) {
+    if (!(v == v)) return 0;
+    if (v >= 2147483647.0) return INT32_MAX;
+    return v <= -2147483648.0 ? INT32_MIN : static_cast<int32_t>(v);
+}
+
 /// Exact 64-bit product.
 constexpr int64_t mul_wide(int32_t a, int32_t b) { return int64_t{a} * b; }
 

@@ -59,6 +59,16 @@ TEST(FixedPoint, SampleWidthsConvertWithRoundingAndSaturation) {
     EXPECT_EQ(s16_from_q8_23_sat(kMin), -32768);
 }
 
+TEST(FixedPoint, RealNumbersTruncateTowardZeroAndNeverCastOutOfRange) {
+    EXPECT_EQ(trunc_sat_s32(2.9), 2);
+    EXPECT_EQ(trunc_sat_s32(-2.9), -2);
+    EXPECT_EQ(trunc_sat_s32(2147483646.9), kMax - 1);
+    EXPECT_EQ(trunc_sat_s32(-2147483648.9), kMin);
+    EXPECT_EQ(trunc_sat_s32(1e300), kMax);
+    EXPECT_EQ(trunc_sat_s32(-INFINITY), kMin);
+    EXPECT_EQ(trunc_sat_s32(NAN), 0);
+}
+
 TEST(Pcm, FloatsTruncateTowardZeroAndNeverCastOutOfRange) {
     EXPECT_EQ(s16_from_unit_sat(0.99999f / 32768.0f), 0);
     EXPECT_EQ(s16_from_unit_sat(-1.9f / 32768.0f), -1);
