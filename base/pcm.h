@@ -8,13 +8,15 @@ namespace krel {
 
 constexpr float unit_from_s16(int16_t s) { return static_cast<float>(s) * (1.0f / 32768.0f); }
 
-/// x * 32768, truncated toward zero, saturated to 16 bits; NaN becomes 0.
-constexpr int16_t s16_from_unit_sat(float x) {
-    const float scaled = x * 32768.0f;
-    if (!(scaled == scaled)) return 0;
-    const float pinned = scaled > 32767.0f ? 32767.0f : scaled < -32768.0f ? -32768.0f : scaled;
+/// x on the 16-bit scale, truncated toward zero, saturated; NaN becomes 0.
+constexpr int16_t s16_from_float_sat(float x) {
+    if (!(x == x)) return 0;
+    const float pinned = x > 32767.0f ? 32767.0f : x < -32768.0f ? -32768.0f : x;
     return static_cast<int16_t>(pinned);
 }
+
+/// x * 32768, truncated toward zero, saturated to 16 bits; NaN becomes 0.
+constexpr int16_t s16_from_unit_sat(float x) { return s16_from_float_sat(x * 32768.0f); }
 
 /// x * 32768, truncated toward zero to 32 bits (saturating there; NaN becomes 0), low 16 bits kept: beyond +-1 it wraps.
 constexpr int16_t s16_from_unit_wrap(float x) {

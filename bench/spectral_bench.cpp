@@ -3,6 +3,7 @@
 #include "bench/report.h"
 #include "spectral/pitch.h"
 #include "spectral/transform.h"
+#include "spectral/vocal.h"
 #include "spectral/vocoder.h"
 #include "tables/carrier.h"
 #include "tests/support/signals.h"
@@ -60,5 +61,35 @@ void BM_Vocoder(benchmark::State& state) {
     vocoder_deinit(&vocoder);
 }
 BENCHMARK(BM_Vocoder);
+
+// Args: formant ratio in ten millionths, EQ curve.
+void BM_Vocal(benchmark::State& state) {
+    vocal_ctx_t vocal;
+    vocal_init(&vocal, kRate, static_cast<float>(static_cast<double>(state.range(0)) * 1e-7),
+               static_cast<int>(state.range(1)));
+    run_voice(state, &vocal, vocal_process);
+    vocal_deinit(&vocal);
+}
+BENCHMARK(BM_Vocal)
+        ->ArgNames({"ratio", "eq"})
+        ->Args({5605381, 2})
+        ->Args({6250000, 0})
+        ->Args({5000000, 1})
+        ->Args({10000000, 4})
+        ->Args({10000000, 5});
+
+// Silent frames below ratio 1 are full of NaN, fading voices of small numbers: neither may cost more.
+void BM_VocalSilence(benchmark::State& state) {
+    vocal_ctx_t vocal;
+    vocal_init(&vocal, kRate, static_cast<float>(static_cast<double>(state.range(0)) * 1e-7), 0);
+    std::vector<int16_t> block(kBlock);
+    for (auto _ : state) {
+        vocal_process(&vocal, block.data(), block.data(), kBlock);
+        benchmark::DoNotOptimize(block.data());
+    }
+    krel_bench::report_per_sample(state, kBlock);
+    vocal_deinit(&vocal);
+}
+BENCHMARK(BM_VocalSilence)->ArgName("ratio")->Arg(6250000)->Arg(10000000);
 
 }  // namespace

@@ -78,6 +78,12 @@ TEST(Pcm, FloatsTruncateTowardZeroAndNeverCastOutOfRange) {
     EXPECT_EQ(s16_from_unit_sat(-INFINITY), -32768);
     EXPECT_EQ(s16_from_unit_sat(NAN), 0);
 
+    EXPECT_EQ(s16_from_float_sat(-0.9f), 0);
+    EXPECT_EQ(s16_from_float_sat(32767.5f), 32767);
+    EXPECT_EQ(s16_from_float_sat(-32768.9f), -32768);
+    EXPECT_EQ(s16_from_float_sat(3e38f), 32767);
+    EXPECT_EQ(s16_from_float_sat(NAN), 0);
+
     EXPECT_EQ(s16_from_unit_wrap(1.0f), -32768);
     EXPECT_EQ(s16_from_unit_wrap(1.5f), -16384);
     EXPECT_EQ(s16_from_unit_wrap(-1.25f), 24576);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "spectral/pitch.h"
+#include "spectral/vocal.h"
 #include "spectral/vocoder.h"
 #include "tables/carrier.h"
 
@@ -14,7 +15,8 @@ namespace krel_test {
 
 struct PitchKind {
     using Context = pitch_ctx_t;
-    static constexpr int kAllocations = 14;
+    static constexpr int kBuffers = 14;  // the FFT configuration among them
+    static constexpr int kAllocations = kBuffers;
     static int init(void* ctx, int rate) { return pitch_init(ctx, rate, 1.14f); }
     static constexpr auto process = pitch_process;
     static constexpr auto deinit = pitch_deinit;
@@ -22,10 +24,22 @@ struct PitchKind {
 
 struct VocoderKind {
     using Context = vocoder_ctx_t;
-    static constexpr int kAllocations = 10;
+    static constexpr int kBuffers = 10;
+    static constexpr int kAllocations = kBuffers;
     static int init(void* ctx, int rate) { return vocoder_init(ctx, rate, krel::kCarrier); }
     static constexpr auto process = vocoder_process;
     static constexpr auto deinit = vocoder_deinit;
+};
+
+/// Formant shift and EQ together.
+struct VocalKind {
+    using Context = vocal_ctx_t;
+    static constexpr int kBuffers = 17;
+    // With the resampler's and, for a while, the interpolator's.
+    static constexpr int kAllocations = kBuffers + 6 + 9;
+    static int init(void* ctx, int rate) { return vocal_init(ctx, rate, 0.5605381f, 2); }
+    static constexpr auto process = vocal_process;
+    static constexpr auto deinit = vocal_deinit;
 };
 
 /// Owns one effect. Its memory is garbage before init, as the owner's may be.

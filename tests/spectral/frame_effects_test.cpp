@@ -18,7 +18,7 @@ bool silent(const std::vector<int16_t>& samples) {
 template <typename Kind>
 class FrameEffect : public testing::Test {};
 
-using Kinds = testing::Types<krel_test::PitchKind, krel_test::VocoderKind>;
+using Kinds = testing::Types<krel_test::PitchKind, krel_test::VocoderKind, krel_test::VocalKind>;
 TYPED_TEST_SUITE(FrameEffect, Kinds);
 
 TYPED_TEST(FrameEffect, SplittingTheStreamDoesNotChangeTheOutput) {
@@ -87,7 +87,7 @@ TYPED_TEST(FrameEffect, AFailedAllocationLeavesAPassThroughThatHoldsNothing) {
     krel_test::AllocGate gate(7);
     Effect<TypeParam> effect(48000);
     EXPECT_EQ(effect->fft_cfg, nullptr);
-    EXPECT_EQ(gate.frees(), TypeParam::kAllocations - 1);
+    EXPECT_EQ(gate.frees(), TypeParam::kBuffers - 1);
     EXPECT_EQ(effect.run(voice, {700}), voice);
 }
 
