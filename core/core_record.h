@@ -6,6 +6,13 @@
 
 #include <type_traits>
 
+#include "core/echos.h"
+#include "core/reverb.h"
+#include "pitch_stream/pitch_stream.h"
+#include "spectral/pitch.h"
+#include "spectral/vocal.h"
+#include "spectral/vocoder.h"
+
 namespace krel {
 
 /// Values of vcp_core_t::fifo_state.
@@ -19,6 +26,13 @@ struct vcp_core_t {
     int32_t sample_rate;  // Hz
     int32_t mode_set;     // 0 until the preset is chosen, then 1
     int32_t mode;         // as chosen, in range or not
+
+    vocoder_ctx_t vocoder;      // presets 0, 1
+    pitch_ctx_t pitch;          // 3 to 6
+    echos_t echos;              // 2
+    vocal_ctx_t vocal;          // 11, 13 to 16
+    reverb_t reverb;            // 15, 16
+    pitchStreamStruct* stream;  // owned; 10 to 14
 
     // Output FIFO of the presets with a pitch stream.
     int32_t fifo_bits;  // 16

@@ -3,9 +3,21 @@
 #include <stdlib.h>
 
 #include "base/log.h"
+#include "core/chains.h"
 #include "core/core_record.h"
+#include "core/modes.h"
 
 using namespace krel;
+
+namespace {
+
+/// The row of the core's preset; out of range it is one that does nothing.
+const ModeRow& row_of(const vcp_core_t* core) {
+    static constexpr ModeRow kNone;
+    return core->mode >= 0 && core->mode < kModeCount ? kModes[core->mode] : kNone;
+}
+
+}  // namespace
 
 void* vcp_init(int sample_rate) {
     auto* core = static_cast<vcp_core_t*>(malloc(sizeof(vcp_core_t)));
@@ -23,20 +35,24 @@ int vcp_set_mode(void* handle, int mode) {
     KREL_LOGD(kCoreTag, "vcp_set_mode: mode %d", mode);
     core->mode_set = 1;
     core->mode = mode;
+    chain_init(core, row_of(core));
     return 0;
 }
 
 int vcp_process(void* handle, int16_t* in, int16_t* out, int frames) {
     auto* core = static_cast<vcp_core_t*>(handle);
     if (core == nullptr || in == nullptr || out == nullptr || frames < 1) return -1;
-    if (core->mode_set != 1) return frames;
+    if (core->mode_set == 1) chain_process(core, row_of(core), in, out, frames);
     return frames;
 }
 
 int vcp_deinit(void* handle) {
     auto* core = static_cast<vcp_core_t*>(handle);
     if (core == nullptr) return -1;
-    if (core->mode_set == 1) KREL_LOGD(kCoreTag, "vcp_deinit: mMode %d", core->mode);
+    if (core->mode_set == 1) {
+        chain_deinit(core, row_of(core));
+        KREL_LOGD(kCoreTag, "vcp_deinit: mMode %d", core->mode);
+    }
     free(core);
     return 0;
 }

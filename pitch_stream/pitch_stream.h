@@ -208,4 +208,14 @@ KREL_EXPORT int findVocals(pitchStreamStruct* stream, int16_t* samples, int peri
 
 KREL_C_END
 
+#ifdef __cplusplus
+namespace krel {
+
+/// Whether the resampler runs at the rate that the stream's fixed pitch asks for: false when pitchSetPitch() found no memory
+/// for its filter.
+bool pitchTookEffect(pitchStreamStruct* stream);
+
+}  // namespace krel
+#endif
+
 #endif

@@ -37,6 +37,11 @@ float trackedRatio(const pitchStreamStruct* s) {
     return clampRatio(bounded);
 }
 
+/// Output rate that the fixed pitch asks for, Hz.
+int32_t fixedOutRate(const pitchStreamStruct* s) {
+    return trunc_sat_s32(s->speed * static_cast<float>(s->sampleRate));
+}
+
 bool passInputThrough(pitchStreamStruct* s) {
     if (copyToOutput(s, s->inputBuffer, std::max(s->numInputSamples, 0)) == 0) return false;
     s->numInputSamples = 0;
@@ -74,8 +79,14 @@ void pitchSetPitch(pitchStreamStruct* stream, float pitch) {
     stream->pitch = clampRatio(pitch);
     stream->speed = 1.0f / stream->pitch;
     stream->fixedPitch = 1;
-    const float outRate = stream->speed * static_cast<float>(stream->sampleRate);
-    if (stream->resampler != nullptr) setResamplerRate(stream, trunc_sat_s32(outRate));
+    if (stream->resampler != nullptr) setResamplerRate(stream, fixedOutRate(stream));
+}
+
+bool krel::pitchTookEffect(pitchStreamStruct* stream) {
+    uint32_t inRate = 0;
+    uint32_t outRate = 0;
+    speex_resampler_get_rate(stream->resampler, &inRate, &outRate);
+    return outRate == static_cast<uint32_t>(fixedOutRate(stream));
 }
 
 void pitchDestroyStream(pitchStreamStruct* stream) {
