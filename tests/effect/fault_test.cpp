@@ -116,6 +116,27 @@ TEST(Fault, RatesFromZeroToTheLargestAreAccepted) {
     }
 }
 
+TEST(Fault, EveryPresetSurvivesEveryFailedAllocationOfItsSwitch) {
+    for (int32_t preset = 0; preset <= 16; ++preset) {
+        for (int n = 1;; ++n) {
+            Instance instance(Config{.rate_hz = 16000}, preset == 8 ? 9 : 8);
+            instance.enable();
+            std::vector<int16_t> block(512, 3000);
+            for (int i = 0; i < 3; ++i) instance.process(block.data(), block.data(), 256);
+            instance.set_preset(preset);
+            bool failed = false;
+            {
+                AllocGate gate(n);
+                for (int i = 0; i < 6; ++i)
+                    EXPECT_EQ(instance.process(block.data(), block.data(), 256), 0);
+                failed = gate.failed();
+            }
+            if (!failed) break;
+            ASSERT_LT(n, 200);
+        }
+    }
+}
+
 TEST(Fault, SteadyStateOfTheWholePathAllocatesNothing) {
     Instance instance(
             Config{.format = AUDIO_FORMAT_PCM_FLOAT, .access = EFFECT_BUFFER_ACCESS_ACCUMULATE}, 7);

@@ -150,26 +150,34 @@ TEST(Process, FloatBuffersEqualThirtyTwoBitOnesConverted) {
 
 class BlockSizes : public testing::TestWithParam<std::vector<size_t>> {};
 
+/// 16-bit stereo audio through a preset at 16 kHz, in calls of the given frame counts, again and again.
+std::vector<int16_t> render(const std::vector<int16_t>& audio, int preset,
+                            const std::vector<size_t>& sizes) {
+    srand(1);  // the echo draws its delays
+    Instance instance(Config{.rate_hz = 16000}, preset);
+    instance.enable();
+    for (int i = 0; i < 2; ++i)
+        instance.run(std::vector<int16_t>(2 * 128));  // the fade-in, on silence
+    std::vector<int16_t> out;
+    const size_t total = audio.size() / 2;
+    for (size_t at = 0, call = 0; at < total; ++call) {
+        const size_t frames = std::min(sizes[call % sizes.size()], total - at);
+        const auto first = audio.begin() + static_cast<ptrdiff_t>(2 * at);
+        const auto block = instance.run(
+                std::vector<int16_t>(first, first + static_cast<ptrdiff_t>(2 * frames)));
+        out.insert(out.end(), block.begin(), block.end());
+        at += frames;
+    }
+    return out;
+}
+
 TEST_P(BlockSizes, GiveOneAndTheSameStream) {
-    constexpr size_t kFrames = 12000;
-    const auto audio = noise<int16_t>(kFrames, 9);
-    const auto render = [&](const std::vector<size_t>& sizes) {
-        Instance instance(Config{}, kPassThrough);
-        instance.enable();
-        for (int i = 0; i < 2; ++i)
-            instance.run(std::vector<int16_t>(2 * 128));  // the fade-in, on silence
-        std::vector<int16_t> out;
-        for (size_t at = 0, call = 0; at < kFrames; ++call) {
-            const size_t frames = std::min(sizes[call % sizes.size()], kFrames - at);
-            const auto block = instance.run(std::vector<int16_t>(
-                    audio.begin() + static_cast<ptrdiff_t>(2 * at),
-                    audio.begin() + static_cast<ptrdiff_t>(2 * (at + frames))));
-            out.insert(out.end(), block.begin(), block.end());
-            at += frames;
-        }
-        return out;
-    };
-    EXPECT_EQ(render(GetParam()), render({128}));
+    std::vector<int16_t> voice;
+    for (const int16_t s : krel_test::voice_s16(12000, 16000)) voice.insert(voice.end(), 2, s);
+    for (int preset = 0; preset <= 16; ++preset) {
+        EXPECT_EQ(render(voice, preset, GetParam()), render(voice, preset, {128}))
+                << "preset " << preset;
+    }
 }
 INSTANTIATE_TEST_SUITE_P(Process, BlockSizes,
                          testing::Values(std::vector<size_t>{1}, std::vector<size_t>{64},
