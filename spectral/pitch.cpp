@@ -143,6 +143,7 @@ void synthesise_bins(pitch_ctx_t* p) {
     for (int32_t k = 0; k < bins; ++k) {
         double d = syn_freq[k] - k * freq_per_bin;
         d = d / freq_per_bin * kTwoPi;
+        // Deliberate: never wrapped, so its spacing grows with the stream's age.
         sum_phase[k] = static_cast<float>(k * expected + d / kOverlap + sum_phase[k]);
     }
     spectrum_from_polar(p->syn_magn, sum_phase, p->fft_out, bins);

@@ -36,10 +36,11 @@ inline float bin_atan2(float y, float x) {
     return static_cast<float>(__builtin_copysign(half, static_cast<double>(y)));
 }
 
-/// Largest phase that bin_sincos() takes. A phase summed in single precision stops growing before it gets there.
+/// Largest phase for which bin_sincos() is that accurate. At the shifts in use a phase summed in single precision stops
+/// growing before it gets there.
 inline constexpr float kLargestPhase = 0x1p36f;
 
-/// The values of sinf and cosf; |phase| up to kLargestPhase.
+/// Sine and cosine within 0.51 ulp, |phase| up to kLargestPhase; the sine of -0 is +0.
 inline void bin_sincos(float phase, float* sine, float* cosine) {
     // pi/2 in pieces of 17 bits: their products with a quadrant number of 36 bits are exact.
     constexpr double kHigh = 0x1.922p0;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <string>
 #include <vector>
@@ -124,6 +125,12 @@ TEST(Pitch, AnalysedFrequenciesStayWithinTwoBinsOfTheirBin) {
             ASSERT_NEAR(pitch->ana_freq[k] / pitch->freq_per_bin, k, 2.0001) << k;
         }
     }
+}
+
+TEST(Pitch, SynthesisPhasesGrowWithoutBound) {
+    Pitch pitch(shifting(16000, 1.36f));
+    pitch.run(voice_s16(200 * pitch->hop, 16000));
+    EXPECT_GT(*std::max_element(pitch->sum_phase, pitch->sum_phase + pitch->half_size), 1e4f);
 }
 
 TEST(Pitch, MagnitudesAreDoubledAndShaped) {

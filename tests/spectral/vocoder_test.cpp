@@ -40,11 +40,13 @@ TEST(Vocoder, FollowsTheDoublePrecisionModel) {
 }
 
 TEST(Vocoder, SilentCarrierMakesEveryFrameSymmetricAboutItsStart) {
-    Vocoder vocoder(with_carrier(48000, kSilence.data()));
-    for (int k = 0; k <= vocoder->half_size; ++k) ASSERT_EQ(vocoder->carrier_phase[k], 0.0f);
-    vocoder.run(noise_s16(4096, 4));
-    for (int n = 1; n < vocoder->half_size; ++n) {
-        ASSERT_NEAR(vocoder->fft_in[n].r, vocoder->fft_in[vocoder->fft_size - n].r, 2e-6);
+    for (const int rate : {16000, 48000}) {
+        Vocoder vocoder(with_carrier(rate, kSilence.data()));
+        for (int k = 0; k <= vocoder->half_size; ++k) ASSERT_EQ(vocoder->carrier_phase[k], 0.0f);
+        vocoder.run(noise_s16(4096, 4));
+        for (int n = 1; n < vocoder->half_size; ++n) {
+            ASSERT_NEAR(vocoder->fft_in[n].r, vocoder->fft_in[vocoder->fft_size - n].r, 2e-6);
+        }
     }
 }
 
