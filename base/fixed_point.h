@@ -69,6 +69,8 @@ constexpr int32_t asr_s32(int32_t a, int32_t bits) {
 
 /// a * b with b in Q13; rounds toward minus infinity, saturates to int32.
 constexpr int32_t mul_q13_sat(int32_t a, int32_t b) { return sat_s32(mul_wide(a, b) >> 13); }
+/// The same for a 16-bit sample, saturating to 16 bits.
+constexpr int16_t mul_q13_sat(int16_t a, int32_t b) { return sat_s16(mul_wide(a, b) >> 13); }
 
 /// a * b with b in Q13; rounds toward minus infinity, low 32 bits kept.
 constexpr int32_t mul_q13_wrap(int32_t a, int32_t b) {

@@ -10,7 +10,8 @@ set_target_properties(krelvcp PROPERTIES
     LINK_DEPENDS "${exports}")
 target_link_options(krelvcp PRIVATE
     -Wl,--version-script=${exports}
-    -Wl,-Bsymbolic
+    # Our functions call each other, whatever else is loaded; mVcpLock stays one object for callers that name it.
+    -Wl,-Bsymbolic-functions
     -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
     -Wl,-z,max-page-size=16384)
 if(NOT KREL_SANITIZE)

@@ -12,8 +12,6 @@ namespace {
 constexpr char kDumpProperty[] = "audio.krel.vcp.dump";
 constexpr int32_t kPresetParam = 0;
 constexpr int32_t kPresetOff = -1;
-constexpr int32_t kFadeInCalls = 2;   // one silent block, one ramp
-constexpr int32_t kFadeOutCalls = 3;  // one ramp, two silent blocks
 
 /// An effect_param_t with one 32-bit parameter and one 32-bit value, as it lies in a command or reply.
 struct preset_param {
@@ -53,13 +51,13 @@ struct reply_view {
 int32_t format_type_of(uint32_t format) {
     switch (format) {
         case AUDIO_FORMAT_PCM_16_BIT:
-            return 1;
+            return KREL_FORMAT_S16;
         case AUDIO_FORMAT_PCM_8_24_BIT:
-            return 2;
+            return KREL_FORMAT_Q8_23;
         case AUDIO_FORMAT_PCM_32_BIT:
-            return 3;
+            return KREL_FORMAT_S32;
         default:
-            return 0;
+            return KREL_FORMAT_OTHER;
     }
 }
 
@@ -119,12 +117,9 @@ void choose_preset(krel_vcp_context_t* ctx, int32_t preset) {
 int32_t set_param(krel_vcp_context_t* ctx, uint32_t size, const void* data, reply_view reply) {
     if (data == nullptr || size != kSetParamBytes || !reply.holds(sizeof(int32_t))) return -EINVAL;
     const auto param = load<preset_param>(data);
-    if (param.psize != sizeof param.id || param.vsize != sizeof param.value) {
-        reply.put(-EINVAL);
-        return 0;
-    }
-    reply.put(0);
-    if (param.id == kPresetParam) choose_preset(ctx, param.value);
+    const bool well_formed = param.psize == sizeof param.id && param.vsize == sizeof param.value;
+    reply.put(well_formed ? 0 : -EINVAL);
+    if (well_formed && param.id == kPresetParam) choose_preset(ctx, param.value);
     // Whatever was set: an instance that is switched off stays off. Its state stays active.
     if (ctx->mode == kPresetOff) ctx->enabled = false;
     return 0;

@@ -2,7 +2,8 @@
  * The entry points that the audio framework finds in this library. It reaches them through the record AELI; the two
  * query functions are exported beside it.
  *
- * None of them takes a lock. The framework serialises creation and release of one instance against its other calls.
+ * The framework serialises creation and release of one instance against its other calls. EffectRelease() takes mVcpLock
+ * and so waits for a running block; the others take no lock.
  * Errors are negated errno values.
  */
 #ifndef KREL_EFFECT_EFFECT_LIBRARY_H

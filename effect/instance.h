@@ -23,7 +23,7 @@ struct krel_vcp_context_t {
     int32_t modeSwitchPending;  // 1 while `mode` waits to be handed to the wrapper
     bool enabled;               // false: blocks pass through
     uint32_t sampleRate;        // Hz, as given to the wrapper
-    uint32_t frameCount;        // frames that workBuffer holds
+    uint32_t frameCount;        // of the last block; what workBuffer holds, if there is one
     uint8_t* workBuffer;        // owned: one interleaved block in the internal format
     uint32_t format;            // internal format, an audio_format_t
     bool convertFloat;    // the framework's buffers are float, the internal format is 32-bit PCM
@@ -37,10 +37,13 @@ static_assert(std::is_trivial_v<krel_vcp_context_t> && offsetof(krel_vcp_context
 
 namespace krel {
 
+inline constexpr int32_t kFadeInCalls = 2;   // one silent block, one ramp
+inline constexpr int32_t kFadeOutCalls = 3;  // one ramp, two silent blocks
+
 enum State : int32_t { kUninitialised = 0, kInactive = 1, kActive = 2 };
 
-/// Validates and stores a configuration, then rebuilds the voice changer. 0 or -EINVAL; a refused configuration leaves
-/// the previous one and the voice changer as they were, apart from a new sample rate.
+/// Validates and stores a configuration, then rebuilds the voice changer. 0 or -EINVAL: a configuration that is refused
+/// leaves everything as it was, one whose voice changer cannot be built is stored and leaves none.
 int32_t configure(krel_vcp_context_t* ctx, const effect_config_t* cfg);
 
 /// Rebuilds the voice changer from the stored configuration and preset. 0 or -EINVAL.
@@ -52,7 +55,8 @@ int32_t command(effect_handle_t self, uint32_t cmdCode, uint32_t cmdSize, void* 
 
 /// Interface slot 1. in and out may be one buffer or two that do not overlap; both hold the same number of frames of two
 /// samples. 0 while active, -ENODATA after a complete pass while inactive, -EINVAL for unusable arguments.
-/// Real time: allocates only when the frame count changes; a preset switch rebuilds the core inside its silent block.
+/// Real time: allocates only for the first block and when the frame count changes, and tries again with every block while
+/// that fails; a preset switch rebuilds the core inside its silent block.
 int32_t process(effect_handle_t self, audio_buffer_t* in, audio_buffer_t* out);
 
 }  // namespace krel

@@ -67,7 +67,7 @@ int32_t EffectCreate(const effect_uuid_t* uuid, int32_t, int32_t, effect_handle_
     ctx->sampleRate = kDefaultSampleRateHz;
     ctx->frameCount = kDefaultFrameCount;
     ctx->format = AUDIO_FORMAT_PCM_16_BIT;
-    ctx->formatType = 1;
+    ctx->formatType = KREL_FORMAT_S16;
     ctx->mode = kDefaultMode;
     *pHandle = reinterpret_cast<effect_handle_t>(ctx);
     return 0;

@@ -17,6 +17,7 @@ namespace {
 // Deliberate: a block is two interleaved channels whatever the configured mask says.
 constexpr size_t kChannels = 2;
 constexpr size_t kWidestFrameBytes = kChannels * sizeof(int32_t);
+constexpr size_t kMostFrames = SIZE_MAX / kWidestFrameBytes;
 
 /// Formats that the fades, the voice changer and the output stage can calculate with. Blocks of any other format (8-bit,
 /// packed 24-bit, unknown) are carried from input to output byte by byte.
@@ -35,8 +36,9 @@ bool fit_work_buffer(krel_vcp_context_t* ctx, size_t frames) {
     KREL_LOGD(kEffectTag, "numFrames change to %zu, dump %d", frames, ctx->dumpEnabled);
     ctx->frameCount = static_cast<uint32_t>(frames);
     // Sized for the widest internal format, so that no later configuration outgrows it.
-    void* grown =
-            frames <= UINT32_MAX ? realloc(ctx->workBuffer, frames * kWidestFrameBytes) : nullptr;
+    void* grown = frames <= UINT32_MAX && frames <= kMostFrames
+                          ? realloc(ctx->workBuffer, frames * kWidestFrameBytes)
+                          : nullptr;
     if (grown == nullptr) free(ctx->workBuffer);
     ctx->workBuffer = static_cast<uint8_t*>(grown);
     return grown != nullptr;
@@ -85,7 +87,8 @@ void pass_through(const krel_vcp_context_t* ctx, const uint8_t* in, uint8_t* out
                   bool accumulate) {
     int32_t piece[256];
     const size_t bytes = sample_bytes(ctx->format);
-    if (frames > SIZE_MAX / kWidestFrameBytes) return;  // no buffer can hold that many
+    // Formats of no known size have nothing to carry, and no buffer can hold that many frames.
+    if (bytes == 0 || frames > kMostFrames) return;
     for (size_t left = frames * kChannels; left > 0;) {
         const size_t samples = std::min(left, std::size(piece));
         read_input(ctx, piece, in, samples);
@@ -96,16 +99,12 @@ void pass_through(const krel_vcp_context_t* ctx, const uint8_t* in, uint8_t* out
     }
 }
 
-/// One frame's gain, Q13.
-int32_t scale(int32_t sample, int32_t gain) { return sat_s32(mul_wide(sample, gain) >> 13); }
-int16_t scale(int16_t sample, int32_t gain) { return sat_s16((sample * gain) >> 13); }
-
 template <typename T>
 void ramp(T* block, size_t frames, int32_t first_gain, int32_t gain_step) {
     int32_t gain = first_gain;
     for (size_t i = 0; i < frames; ++i) {
-        block[kChannels * i] = scale(block[kChannels * i], gain);
-        block[kChannels * i + 1] = scale(block[kChannels * i + 1], gain);
+        block[kChannels * i] = mul_q13_sat(block[kChannels * i], gain);
+        block[kChannels * i + 1] = mul_q13_sat(block[kChannels * i + 1], gain);
         gain += gain_step;
     }
 }
@@ -138,9 +137,8 @@ void fade_in(krel_vcp_context_t* ctx, size_t bytes) {
 
 /// The first call fades the old preset out, the second is silent and switches, the third hides the new preset's start.
 void fade_out(krel_vcp_context_t* ctx, size_t bytes) {
-    constexpr int32_t kRampCall = 3;
     if (ctx->fadeOutCount == 0) return;
-    if (ctx->fadeOutCount == kRampCall) {
+    if (ctx->fadeOutCount == kFadeOutCalls) {
         ramp_work(ctx, kOneQ13, -1);
     } else {
         silence_work(ctx, bytes);

@@ -23,18 +23,21 @@ def promised(map_file: str) -> set:
     return {name.strip() for name in body.split(";") if name.strip()}
 
 
-def exported_names(library: str) -> set:
-    names = set()
+def exported_names(library: str):
+    """All exported names, and those of functions."""
+    names, functions = set(), set()
     for line in output("readelf", "--dyn-syms", "--wide", library).splitlines():
         fields = line.split()  # number, value, size, type, binding, visibility, section, name
         if len(fields) == 8 and fields[3] != "SECTION" and fields[6] not in ("UND", "Ndx"):
             names.add(fields[7])
-    return names
+            if fields[3] == "FUNC":
+                functions.add(fields[7])
+    return names, functions
 
 
 def main(map_file: str, library: str) -> int:
     errors = []
-    exported = exported_names(library)
+    exported, functions = exported_names(library)
     names = promised(map_file)
     errors += [f"exported but not promised: {name}" for name in sorted(exported - names)]
     errors += [f"promised but not exported: {name}" for name in sorted(names - exported)]
@@ -44,11 +47,14 @@ def main(map_file: str, library: str) -> int:
     errors += [f"needs {name}, which the platform does not provide" for name in needed if not PROVIDED.match(name)]
     for what, pattern in {
         "a soname of libkrelvcp.so": r"\(SONAME\)\s+Library soname: \[libkrelvcp\.so\]",
-        "its own symbols bound first (-Bsymbolic)": r"SYMBOLIC",
         "immediate binding (-z now)": r"BIND_NOW|Flags:.*NOW",
     }.items():
         if not re.search(pattern, dynamic):
             errors.append(f"does not have {what}")
+    relocations = output("readelf", "--relocs", "--wide", library)
+    for name in sorted(functions):
+        if re.search(rf"\s{re.escape(name)}( \+ 0)?$", relocations, re.MULTILINE):
+            errors.append(f"calls its own {name} through the dynamic linker (-Bsymbolic-functions)")
     if "TEXTREL" in dynamic:
         errors.append("has text relocations")
     segments = output("readelf", "--segments", "--wide", library)

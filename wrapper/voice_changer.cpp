@@ -217,8 +217,10 @@ void* krel_voice_changer_init(unsigned chn_num, unsigned sample_rate, int format
 
     ws->chnNum = chn_num;
     ws->sampleRate = sample_rate;
-    const bool narrow = format_type == 1;
-    ws->formatType = narrow || format_type == 2 || format_type == 3 ? format_type : 0;
+    const bool narrow = format_type == KREL_FORMAT_S16;
+    ws->formatType = format_type >= KREL_FORMAT_S16 && format_type <= KREL_FORMAT_S32
+                             ? format_type
+                             : KREL_FORMAT_OTHER;
     ws->bitsPerSample = narrow ? 16 : 32;
     ws->bytesPerSample = narrow ? 2 : 4;
     ws->vcp_ws = start_core(ws->sampleRate, "krel_voice_changer_init");
@@ -263,11 +265,11 @@ void krel_voice_changer_process(void* ws_handle, void* buffer, size_t size) {
     }
     auto* samples = static_cast<int32_t*>(buffer);
     const size_t count = frames * ws->chnNum;
-    if (ws->formatType == 3) {
+    if (ws->formatType == KREL_FORMAT_S32) {
         for (size_t i = 0; i < count; ++i) samples[i] = q8_23_from_s32(samples[i]);
     }
     process_frames(ws, samples, frames);
-    if (ws->formatType == 3) {
+    if (ws->formatType == KREL_FORMAT_S32) {
         for (size_t i = 0; i < count; ++i) samples[i] = s32_from_q8_23_sat(samples[i]);
     }
 }

@@ -16,17 +16,25 @@
 KREL_C_BEGIN
 
 /**
- * The lock. Initialised when the library is loaded, destroyed when it is unloaded. From another module take its address
- * with dlsym(): a direct reference may make the linker copy it.
+ * The lock. Initialised when the library is loaded, destroyed when it is unloaded. Who holds it keeps every voice changer
+ * of the process waiting.
  */
 extern KREL_EXPORT pthread_mutex_t mVcpLock;
+
+/** Sample formats of a work space. */
+enum {
+    KREL_FORMAT_OTHER = 0, /**< handled like Q8.23 */
+    KREL_FORMAT_S16 = 1,   /**< 16-bit */
+    KREL_FORMAT_Q8_23 = 2, /**< Q8.23 in 32 bits */
+    KREL_FORMAT_S32 = 3    /**< full-scale 32-bit */
+};
 
 /**
  * Creates a work space, which the caller owns, with a core that has no preset yet.
  *
  * chn_num      channels per frame; 2 means that both samples of a frame are written
  * sample_rate  Hz
- * format_type  1: 16-bit samples, 2: Q8.23 in 32 bits, 3: full-scale 32-bit, anything else: handled like 2
+ * format_type  KREL_FORMAT_*; anything else counts as KREL_FORMAT_OTHER
  * mode         0: gain and compressor after the core; any other value: neither
  *
  * Null when memory for the work space is short. Without a core (short of memory too) it is a bypass. Takes no lock.
