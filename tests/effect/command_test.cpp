@@ -64,6 +64,28 @@ TEST(Library, RecordAndDescriptorsSayWhatTheFrameworkChecks) {
     EXPECT_EQ(effects, 1U);
 }
 
+TEST(Library, InstancesStartWithTheirDefaultsAndLogTheirLife) {
+    LogCapture log;
+    {
+        Instance instance;
+        const krel_vcp_context_t& ctx = record(instance);
+        EXPECT_EQ(ctx.state, krel::kInactive);
+        EXPECT_EQ(ctx.sampleRate, 48000U);
+        EXPECT_EQ(ctx.frameCount, 1200U);
+        EXPECT_EQ(ctx.format, static_cast<uint32_t>(AUDIO_FORMAT_PCM_16_BIT));
+        EXPECT_EQ(ctx.formatType, 1);
+        EXPECT_EQ(ctx.mode, 3);
+        EXPECT_FALSE(ctx.enabled);
+        EXPECT_EQ(ctx.workBuffer, nullptr);
+        EXPECT_EQ(ctx.wrapper, nullptr);
+        instance.set_preset(5);
+    }
+    const std::vector<LogLine> expected = {{3, "_K_krel_vcp_sfx", "EffectCreate"},
+                                           {3, "_K_krel_vcp_sfx", "set fx preset 5"},
+                                           {3, "_K_krel_vcp_sfx", "EffectRelease"}};
+    EXPECT_EQ(log.lines(), expected);
+}
+
 TEST(Library, BadArgumentsGetTheDocumentedCodes) {
     effect_uuid_t other = kUuid;
     other.node[5] ^= 1;
@@ -161,6 +183,7 @@ TEST_P(CommandTable, RefusesBadSizesAndNullPointersWithoutAnswering) {
         if (row.size == kAnySize || size == good_size()) continue;
         EXPECT_EQ(send(size, payload_.data(), &reply_size, &status), -EINVAL) << size;
     }
+    EXPECT_EQ(status, 777);
     if (row.needs_data) {
         EXPECT_EQ(send(good_size(), nullptr, &reply_size, &status), -EINVAL);
     }
@@ -231,6 +254,18 @@ TEST(Command, PresetParameterIsSetReadAndSwitchedOff) {
     EXPECT_EQ(record(instance).state, krel::kActive);
     instance.set_preset(4);
     EXPECT_FALSE(record(instance).enabled) << "another preset does not switch on again";
+
+    // With preset -1 any parameter command switches off, a malformed one or one for another parameter too.
+    for (const int32_t psize : {4, 3}) {
+        instance.set_preset(-1);
+        instance.disable();
+        instance.enable();
+        EXPECT_TRUE(record(instance).enabled);
+        int32_t other[] = {0, psize, 4, 9, 5};
+        EXPECT_EQ(instance.status_of(EFFECT_CMD_SET_PARAM, sizeof other, other),
+                  psize == 4 ? 0 : -EINVAL);
+        EXPECT_FALSE(record(instance).enabled);
+    }
 }
 
 TEST(Command, ParametersOfOtherShapesAreAnsweredInTheReply) {
@@ -258,6 +293,16 @@ TEST(Command, GetParamRepliesTwentyBytesOrSixteenWithAnError) {
     EXPECT_EQ(size, 20U);
     const int32_t expected[] = {0, 4, 4, 0, 3};
     EXPECT_EQ(memcmp(reply, expected, sizeof expected), 0);
+
+    // Everything at odd addresses, the reply size included.
+    char odd_ask[17], odd_reply[21], odd_size[5];
+    memcpy(odd_ask + 1, ask, 16);
+    size = 20;
+    memcpy(odd_size + 1, &size, 4);
+    EXPECT_EQ(instance.command(EFFECT_CMD_GET_PARAM, 16, odd_ask + 1,
+                               reinterpret_cast<uint32_t*>(odd_size + 1), odd_reply + 1),
+              0);
+    EXPECT_EQ(memcmp(odd_reply + 1, expected, sizeof expected), 0);
 
     ask[3] = 42;  // an unknown parameter: the value word stays as it was
     reply[4] = 1234;
@@ -287,7 +332,7 @@ TEST(Command, GetParamRepliesTwentyBytesOrSixteenWithAnError) {
     EXPECT_EQ(instance.command(EFFECT_CMD_GET_PARAM, 16, ask, &size, nullptr), -EINVAL);
 }
 
-TEST(Configure, RefusalsAnswerInTheReplyAndChangeNothingButTheRate) {
+TEST(Configure, RefusalsAnswerInTheReplyAndChangeNothing) {
     Instance instance(Config{.rate_hz = 16000});
     void* const wrapper = record(instance).wrapper;
     struct Row {
@@ -316,6 +361,7 @@ TEST(Configure, RefusalsAnswerInTheReplyAndChangeNothingButTheRate) {
         EXPECT_EQ(log.lines()[1], (LogLine{5, "_K_krel_vcp_sfx", row.warning}));
         EXPECT_EQ(record(instance).wrapper, wrapper);
         EXPECT_EQ(record(instance).config.inputCfg.samplingRate, 16000U);
+        EXPECT_EQ(record(instance).sampleRate, 16000U);
     }
 }
 
@@ -350,6 +396,14 @@ TEST(Configure, AcceptedConfigurationsAreStoredAndLogged) {
             1);
     EXPECT_EQ(log.count("krel_voice_changer_set_mode: 3, drc 0"), 1);
     EXPECT_EQ(record(instance).sampleRate, 44100U);
+    log.clear();
+    EXPECT_EQ(instance.status_of(EFFECT_CMD_SET_CONFIG, sizeof cfg, &cfg), 0);
+    EXPECT_EQ(log.count("configure: samplingRate configure 44100"), 1)
+            << "the two rates still differ";
+    cfg.outputCfg.samplingRate = 44100;
+    log.clear();
+    EXPECT_EQ(instance.status_of(EFFECT_CMD_SET_CONFIG, sizeof cfg, &cfg), 0);
+    EXPECT_EQ(log.count("configure: samplingRate configure 44100"), 0);
 }
 
 TEST(Configure, ChannelsAreCountedAsOnTheOldestPlatform) {

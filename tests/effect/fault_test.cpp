@@ -2,10 +2,14 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+#include <cmath>
+
 #include "effect/effect_library.h"
 #include "effect/instance.h"
 #include "tests/effect/instance.h"
 #include "tests/support/alloc_gate.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/signals.h"
 
 namespace {
@@ -29,6 +33,7 @@ TEST(Fault, EveryFailedAllocationOfAConfigurationLeavesASafeInstance) {
         instance.enable();
         int32_t status = 0;
         bool failed = false;
+        const krel_test::LogCapture log;
         {
             AllocGate gate(n);
             status = instance.configure({});
@@ -43,34 +48,70 @@ TEST(Fault, EveryFailedAllocationOfAConfigurationLeavesASafeInstance) {
         }
         // No voice changer, or one without a core, which passes audio through.
         EXPECT_TRUE(status == 0 || status == -EINVAL);
+        if (n == 1) {
+            EXPECT_EQ(status, -EINVAL);
+            const krel_test::LogLine warning = {5, "_K_krel_vcp_sfx", "init: no work context!"};
+            EXPECT_EQ(std::ranges::count(log.lines(), warning), 1);
+        }
         EXPECT_EQ(instance.configure({}), 0) << "a later configuration works";
     }
     FAIL() << "a configuration never makes that many allocations";
 }
 
-TEST(Fault, BlockWhoseBufferCannotGrowPassesThrough) {
-    for (const auto format : {AUDIO_FORMAT_PCM_16_BIT, AUDIO_FORMAT_PCM_FLOAT}) {
-        Instance instance(Config{.format = format, .access = EFFECT_BUFFER_ACCESS_ACCUMULATE}, 7);
-        instance.enable();
-        std::vector<float> in(2 * 1000), out(in.size());
-        instance.process(in.data(), out.data(), 100);
-        if (format == AUDIO_FORMAT_PCM_FLOAT) {
-            for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<float>(i) / 4096.0f - 0.2f;
-            std::fill(out.begin(), out.end(), 0.5f);
-        }
-        const auto before = out;
-        {
-            AllocGate gate(1);
-            EXPECT_EQ(instance.process(in.data(), out.data(), 1000), 0);
-        }
-        if (format == AUDIO_FORMAT_PCM_FLOAT) {
-            for (size_t i = 0; i < in.size(); ++i) ASSERT_FLOAT_EQ(out[i], before[i] + in[i]) << i;
-        }
-        EXPECT_EQ(instance.process(in.data(), out.data(), 1000), 0)
-                << "the next block has its buffer";
-        EXPECT_EQ(reinterpret_cast<krel_vcp_context_t*>(instance.handle())->frameCount, 1000U);
-        EXPECT_NE(reinterpret_cast<krel_vcp_context_t*>(instance.handle())->workBuffer, nullptr);
+TEST(Fault, RateCommandWithoutMemoryIsRefused) {
+    Instance instance{Config{}};
+    uint32_t rate = 16000, size = 4;
+    int32_t status = 777;
+    {
+        AllocGate gate(1);
+        EXPECT_EQ(instance.command(krel_test::kSetSampleRate, 4, &rate, &size, &status), -EINVAL);
     }
+    EXPECT_EQ(status, 777);
+    std::vector<int16_t> block(256, 1000);
+    EXPECT_EQ(instance.process(block.data(), block.data(), 128), -ENODATA);
+    EXPECT_EQ(instance.configure({}), 0) << "a later configuration works";
+}
+
+/// A block of 1000 frames whose work buffer cannot grow, and the block after it.
+template <typename T>
+void expect_pass_through(const Config& config, const std::vector<T>& in,
+                         const std::vector<T>& before, const std::vector<T>& expected) {
+    Instance instance(config, 7);
+    instance.enable();
+    auto source = in;
+    std::vector<T> out(in.size());
+    instance.process(source.data(), out.data(), 100);
+    out = before;
+    {
+        AllocGate gate(1);
+        EXPECT_EQ(instance.process(source.data(), out.data(), 1000), 0);
+    }
+    EXPECT_EQ(out, expected);
+    const auto* ctx = reinterpret_cast<krel_vcp_context_t*>(instance.handle());
+    EXPECT_EQ(ctx->workBuffer, nullptr);
+    EXPECT_EQ(instance.process(source.data(), out.data(), 1000), 0);
+    EXPECT_EQ(ctx->frameCount, 1000U) << "the next block has its buffer";
+    EXPECT_NE(ctx->workBuffer, nullptr);
+}
+
+TEST(Fault, BlockWhoseBufferCannotGrowPassesThrough) {
+    const auto noise = krel_test::noise_s16(2000, 3, 10000);
+    const std::vector<int16_t> quiet(2000, 500);
+    auto sum = noise;
+    for (auto& s : sum) s = static_cast<int16_t>(s + 500);
+    expect_pass_through<int16_t>({}, noise, quiet, noise);
+    expect_pass_through<int16_t>({.access = EFFECT_BUFFER_ACCESS_ACCUMULATE}, noise, quiet, sum);
+
+    std::vector<float> in(2000), added(2000);
+    for (size_t i = 0; i < in.size(); ++i) {
+        in[i] = static_cast<float>(i) / 4096.0f - 0.2f;
+        in[i] = static_cast<float>(std::lround(in[i] * 32768.0f)) /
+                32768.0f;  // survives the way through integers
+        added[i] = in[i] + 0.25f;
+    }
+    const Config floating = {.format = AUDIO_FORMAT_PCM_FLOAT,
+                             .access = EFFECT_BUFFER_ACCESS_ACCUMULATE};
+    expect_pass_through<float>(floating, in, std::vector<float>(2000, 0.25f), added);
 }
 
 TEST(Fault, FrameCountsNoBufferCanHaveTouchNoMemory) {
@@ -83,6 +124,14 @@ TEST(Fault, FrameCountsNoBufferCanHaveTouchNoMemory) {
         EXPECT_EQ(instance.process(tiny, tiny, 1), 0) << "the next block works";
         tiny[0] = 5;
     }
+}
+
+TEST(Fault, FormatsOfNoSizeTakeNoTimeWhateverTheFrameCount) {
+    Instance instance(Config{.format = AUDIO_FORMAT_DEFAULT}, 7);
+    instance.enable();
+    int16_t tiny[2] = {5, 6};
+    EXPECT_EQ(instance.process(tiny, tiny, SIZE_MAX / 16), 0);
+    EXPECT_EQ(tiny[0], 5);
 }
 
 TEST(Fault, ReleaseAndReconfigurationAtEveryPointOfASwitchLeakNothing) {

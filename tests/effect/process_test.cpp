@@ -55,8 +55,8 @@ float to_float(int32_t s) { return static_cast<float>(s) / 2147483648.0f; }
 template <typename T>
 class Yardstick {
   public:
-    explicit Yardstick(int format_type, int mode)
-        : ws_(krel_voice_changer_init(2, 48000, format_type, 0)) {
+    explicit Yardstick(int format_type, int mode, unsigned rate_hz = 48000)
+        : ws_(krel_voice_changer_init(2, rate_hz, format_type, 0)) {
         krel_voice_changer_set_mode(ws_, mode);
     }
     ~Yardstick() { krel_voice_changer_deinit(ws_); }
@@ -112,8 +112,10 @@ void expect_timeline(audio_format_t format, int format_type, size_t frames) {
     EXPECT_EQ(instance.run(block), silence) << "switch, call 2";
     EXPECT_EQ(log.count("vcp_set_mode: mode 8"), 1);
     wrapper.set_mode(8);
+    log.clear();
     wrapper.run(silence);
     EXPECT_EQ(instance.run(next()), silence) << "switch, call 3";
+    EXPECT_EQ(log.count("vcp_set_mode: mode 8"), 0) << "once only";
     block = next();
     EXPECT_EQ(instance.run(block), wrapper.run(ramped(block, 0, step))) << "switch, call 4";
     block = next();
@@ -332,9 +334,9 @@ std::vector<char> contents(const std::string& path) {
 }
 
 template <typename T>
-std::vector<char> bytes_of(const std::vector<T>& block) {
+void append(std::vector<char>& bytes, const std::vector<T>& block) {
     const auto* first = reinterpret_cast<const char*>(block.data());
-    return {first, first + block.size() * sizeof(T)};
+    bytes.insert(bytes.end(), first, first + block.size() * sizeof(T));
 }
 
 TEST(Dump, CarriesInputProcessedAndMixedBlocks) {
@@ -342,39 +344,54 @@ TEST(Dump, CarriesInputProcessedAndMixedBlocks) {
     ASSERT_NE(mkdtemp(folder), nullptr);
     g_dump_folder = folder;
     setenv("AUDIO_KREL_VCP_DUMP", "1", 1);
-    Instance instance(
-            Config{.format = AUDIO_FORMAT_PCM_FLOAT, .access = EFFECT_BUFFER_ACCESS_ACCUMULATE},
-            kPassThrough);
+    Instance instance(Config{.format = AUDIO_FORMAT_PCM_FLOAT,
+                             .rate_hz = 16000,
+                             .access = EFFECT_BUFFER_ACCESS_ACCUMULATE},
+                      kPassThrough);
     unsetenv("AUDIO_KREL_VCP_DUMP");
     instance.enable();
 
-    std::vector<char> input, mixed;
+    std::vector<char> input, processed, mixed;
+    Yardstick<int32_t> wrapper(3, kPassThrough, 16000);
     auto in = noise<float>(200, 3);
     std::vector<float> out(in.size(), 0.125f);
     for (int call = 0; call < 2; ++call) {
         g_opened.clear();
+        if (call == 1) instance.set_preset(8);  // this block fades out
         instance.process(in.data(), out.data(), 200);
         std::vector<int32_t> converted(in.size());
         std::ranges::transform(in, converted.begin(), to_s32);
-        const auto more_in = bytes_of(converted), more_out = bytes_of(out);
-        input.insert(input.end(), more_in.begin(), more_in.end());
-        mixed.insert(mixed.end(), more_out.begin(), more_out.end());
+        append(input, converted);
+        append(mixed, out);
+        // The first block after enabling is silent; the second is the fade-out of a preset switch.
+        append(processed, call == 0 ? wrapper.run(std::vector<int32_t>(in.size()))
+                                    : ramped(wrapper.run(converted), 8192, -40));
     }
     char address[2][40];
     snprintf(address[0], sizeof address[0], "%p", static_cast<void*>(instance.handle()));
     snprintf(address[1], sizeof address[1], "%p", static_cast<void*>(out.data()));
     const std::string base = "/data/vendor/audio_dump/";
     const std::vector<std::string> expected = {
-            base + "krel_vcp_" + address[0] + "_in_48000_3.pcm",
-            base + "krel_vcp_" + address[0] + "_out_48000_3.pcm",
-            base + "krel_hp_" + address[1] + "_out2_48000_3.pcm"};
+            base + "krel_vcp_" + address[0] + "_in_16000_3.pcm",
+            base + "krel_vcp_" + address[0] + "_out_16000_3.pcm",
+            base + "krel_hp_" + address[1] + "_out2_16000_3.pcm"};
     EXPECT_EQ(g_opened, expected);
     const auto moved = [&](const std::string& path) {
         return g_dump_folder + path.substr(base.size() - 1);
     };
     EXPECT_EQ(contents(moved(expected[0])), input);
-    EXPECT_EQ(contents(moved(expected[1])).size(), 2 * 400 * sizeof(int32_t));
+    EXPECT_EQ(contents(moved(expected[1])), processed);
     EXPECT_EQ(contents(moved(expected[2])), mixed);
+
+    // Inactive: only the mixed output is kept. Written, not added: not even that.
+    instance.disable();
+    g_opened.clear();
+    instance.process(in.data(), out.data(), 200);
+    EXPECT_EQ(g_opened, std::vector<std::string>{expected[2]});
+    g_opened.clear();
+    instance.process(in.data(), in.data(), 200);
+    EXPECT_TRUE(g_opened.empty());
+    instance.enable();
 
     // Without a folder to write to, nothing changes but the files.
     for (const auto& path : expected) unlink(moved(path).c_str());
