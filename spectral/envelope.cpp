@@ -14,7 +14,7 @@ constexpr int kTowardStart = 1;
 }  // namespace
 
 int envelope_detect(void* filter, float* in, float* out, int n) {
-    if (in == nullptr || out == nullptr) return -1;
+    if (out == nullptr || (in == nullptr && n > 0)) return -1;
     for (int i = 0; i < n; ++i) out[i] = in[i] * in[i];
     const int result = iir_float_process_mono(filter, out, out, n);
     // The filter rings: a dip behind a peak can come out below zero.

@@ -121,6 +121,19 @@ TEST(Vocal, EqFollowsItsCurve) {
             {{0, 80, 220, 660, 1000, 2000, 3000, 5000, 8000}, {-15, -12, -4, 12, 0, -6, 0, 9, -3}},
     };
     for (int eq = 1; eq <= 5; ++eq) {
+        Breakpoints knots = curves[eq - 1];
+        Vocal vocal(16000, {1.0f, eq});
+        void* interp = cubicinterp_init(knots.hz.data(), knots.gain_db.data(),
+                                        static_cast<int>(knots.hz.size()));
+        for (int k = 0; k < vocal->half_size; ++k) {
+            float hz = 16000.0f * static_cast<float>(k) / 1024.0f;
+            float gain_db = 0.0f;
+            cubicinterp_process(interp, &hz, &gain_db, 1);
+            ASSERT_FLOAT_EQ(vocal->eq_gain[k], static_cast<float>(std::pow(10.0, gain_db / 20.0)))
+                    << "curve " << eq << " bin " << k;
+        }
+        cubicinterp_deinit(interp);
+
         const auto curve = curves[eq - 1].with_points_between();
         for (size_t i = 0; i < curve.hz.size(); ++i) {
             if (curve.hz[i] < 200.0f) continue;  // it bends within a few bins there
