@@ -18,6 +18,7 @@ constexpr int32_t ring_next(int32_t index, int32_t size) {
 constexpr int32_t ring_advance(int32_t index, int32_t steps, int32_t size) {
     return steps < size - index ? index + steps : steps - (size - index);
 }
+
 /// How many of `wanted` slots from `index` on come before the ring wraps; at least 1 when wanted is.
 constexpr int32_t ring_run(int32_t index, int32_t size, int32_t wanted) {
     return wanted < size - index ? wanted : size - index;
@@ -58,7 +59,7 @@ T ring_pop(ring_view r, const T* data) {
 /// Pushes n samples, `stride` apart, in order.
 template <typename T>
 void ring_push_n(ring_view r, T* data, const T* from, size_t stride, size_t n) {
-    if (n > static_cast<size_t>(r.capacity - r.count)) {
+    if (r.count < 0 || n > static_cast<size_t>(r.capacity - r.count)) {
         for (size_t i = 0; i < n; ++i) ring_push(r, data, from[i * stride]);
         return;
     }
@@ -74,7 +75,7 @@ void ring_push_n(ring_view r, T* data, const T* from, size_t stride, size_t n) {
 /// Pops n samples to places `stride` apart, in order.
 template <typename T>
 void ring_pop_n(ring_view r, const T* data, T* to, size_t stride, size_t n) {
-    if (n > static_cast<size_t>(r.count)) {
+    if (r.count < 0 || n > static_cast<size_t>(r.count)) {
         for (size_t i = 0; i < n; ++i) to[i * stride] = ring_pop(r, data);
         return;
     }

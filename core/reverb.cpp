@@ -43,41 +43,28 @@ bool complete(bank b) {
     return b.dc != nullptr;
 }
 
-comber* new_comb(int size) {
-    c_record<comber> comb(zeroed_raw<comber>(1));
-    comb_init(comb.get(), size);
-    return comb != nullptr && comb->buffer != nullptr ? comb.release() : nullptr;
+/// A filter with its line; null when memory is short.
+template <typename Filter>
+Filter* new_filter(void (*init)(Filter*, int), int size) {
+    c_record<Filter> filter(zeroed_raw<Filter>(1));
+    init(filter.get(), size);
+    return filter != nullptr && filter->buffer != nullptr ? filter.release() : nullptr;
 }
 
-allpass* new_allpass(int size) {
-    c_record<allpass> ap(zeroed_raw<allpass>(1));
-    allpass_init(ap.get(), size);
-    return ap != nullptr && ap->buffer != nullptr ? ap.release() : nullptr;
-}
-
-void delete_comb(comber*& comb) {
-    comb_end(comb);
-    release(comb);
-}
-
-void delete_allpass(allpass*& ap) {
-    allpass_end(ap);
-    release(ap);
-}
-
-void delete_dc(dc_remove*& dc) {
-    dc_remove_end(dc);
-    release(dc);
+template <typename Filter>
+void delete_filter(void (*end)(Filter*), Filter*& filter) {
+    end(filter);
+    release(filter);
 }
 
 void build(reverb_t* rv) {
     for (int k = 0; k < KREL_REVERB_COMBS; ++k) {
-        rv->combL[k] = new_comb(kCombL[k]);
-        rv->combR[k] = new_comb(kCombR[k]);
+        rv->combL[k] = new_filter(comb_init, kCombL[k]);
+        rv->combR[k] = new_filter(comb_init, kCombR[k]);
     }
     for (int k = 0; k < KREL_REVERB_ALLPASSES; ++k) {
-        rv->allpassL[k] = new_allpass(kAllpassL[k]);
-        rv->allpassR[k] = new_allpass(kAllpassR[k]);
+        rv->allpassL[k] = new_filter(allpass_init, kAllpassL[k]);
+        rv->allpassR[k] = new_filter(allpass_init, kAllpassR[k]);
     }
     rv->dcL = zeroed_raw<dc_remove>(1);
     rv->dcR = zeroed_raw<dc_remove>(1);
@@ -169,15 +156,15 @@ int reverb_init(reverb_t* rv) {
 void reverb_end(reverb_t* rv) {
     if (rv == nullptr) return;
     for (int k = 0; k < KREL_REVERB_COMBS; ++k) {
-        delete_comb(rv->combL[k]);
-        delete_comb(rv->combR[k]);
+        delete_filter(comb_end, rv->combL[k]);
+        delete_filter(comb_end, rv->combR[k]);
     }
     for (int k = 0; k < KREL_REVERB_ALLPASSES; ++k) {
-        delete_allpass(rv->allpassL[k]);
-        delete_allpass(rv->allpassR[k]);
+        delete_filter(allpass_end, rv->allpassL[k]);
+        delete_filter(allpass_end, rv->allpassR[k]);
     }
-    delete_dc(rv->dcL);
-    delete_dc(rv->dcR);
+    delete_filter(dc_remove_end, rv->dcL);
+    delete_filter(dc_remove_end, rv->dcR);
 }
 
 void reverb_update(reverb_t* rv) {

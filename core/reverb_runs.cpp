@@ -14,7 +14,8 @@ namespace {
 constexpr int kLanes = 4;
 static_assert(KREL_REVERB_COMBS % kLanes == 0);
 
-/// With loop gain and damping within 0..1.0 no product or sum of the loop leaves 32 bits.
+/// With loop gain and damping within 0..1.0 neither the low-pass nor the loop product leaves 32 bits. The sum with the
+/// input may: it wraps.
 bool never_saturates(const comber* c) {
     return c->damp1 >= 0 && c->damp1 <= kOneQ13 && c->damp2 == kOneQ13 - c->damp1 &&
            c->feedback >= 0 && c->feedback <= kOneQ13;

@@ -60,6 +60,25 @@ TEST(Ring, ManyAtOnceEqualsOneByOne) {
     }
 }
 
+TEST(Ring, NegativeCountEqualsOneByOneToo) {
+    Ring one, many;
+    one.count = many.count = -2;
+    one.write = many.write = 3;
+    const std::array<int16_t, 6> in = {1, 2, 3, 4, 5, 6};
+    for (const int16_t s : in) one.push(s);
+    ring_push_n(many.view(), many.data.data(), in.data(), 1, in.size());
+    EXPECT_EQ(many.data, one.data);
+    EXPECT_EQ(many.count, one.count);
+    EXPECT_EQ(many.write, one.write);
+
+    many.count = -1;
+    std::array<int16_t, 3> out = {9, 9, 9};
+    ring_pop_n(many.view(), many.data.data(), out.data(), 1, out.size());
+    EXPECT_EQ(out, (std::array<int16_t, 3>{}));
+    EXPECT_EQ(many.count, 0);
+    EXPECT_EQ(many.write, many.read);
+}
+
 TEST(Ring, RunsVisitTheSlotsThatSingleStepsVisit) {
     for (const int32_t size : {1, 2, 7}) {
         for (int32_t start = 0; start < size; ++start) {

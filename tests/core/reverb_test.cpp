@@ -45,13 +45,20 @@ class Reverb {
         }
         return in_place ? in : separate;
     }
-    /// Processes l and r in place.
-    void stereo(Samples& l, Samples& r, unsigned chunk = 128) {
+    /// Replaces l and r by the output, whether or not it goes through buffers of its own.
+    void stereo(Samples& l, Samples& r, unsigned chunk = 128, bool in_place = true) {
         const auto total = static_cast<unsigned>(l.size());
+        Samples separate_l(l.size());
+        Samples separate_r(r.size());
+        int16_t* out_l = in_place ? l.data() : separate_l.data();
+        int16_t* out_r = in_place ? r.data() : separate_r.data();
         for (unsigned at = 0; at < total; at += chunk) {
-            reverb_process_stereo(&rv_, l.data() + at, r.data() + at, l.data() + at, r.data() + at,
+            reverb_process_stereo(&rv_, l.data() + at, r.data() + at, out_l + at, out_r + at,
                                   std::min(chunk, total - at));
         }
+        if (in_place) return;
+        l = separate_l;
+        r = separate_r;
     }
     reverb_t* operator->() { return &rv_; }
     reverb_t* get() { return &rv_; }
@@ -99,6 +106,18 @@ Samples loud(int samples, uint32_t seed) {
     return s;
 }
 
+TEST(Comb, InitSetsEveryField) {
+    comber comb = {1, 2, 3, 4, nullptr, 5, 6};
+    comb_init(&comb, 7);
+    EXPECT_EQ(comb.feedback, 4096);
+    EXPECT_EQ(comb.filterstore, 0);
+    EXPECT_EQ(comb.damp1, 8192);
+    EXPECT_EQ(comb.damp2, 0);
+    EXPECT_EQ(comb.bufsize, 7);
+    EXPECT_EQ(comb.bufidx, 0);
+    comb_end(&comb);
+}
+
 TEST(Comb, LoopsThroughItsLowPass) {
     comber comb;
     comb_init(&comb, 3);
@@ -119,12 +138,28 @@ TEST(Comb, InputWrapsAndLoopSaturates) {
     comber comb;
     comb_init(&comb, 1);
     comb_setsetdamp(&comb, 0);
-    comb_setfeedback(&comb, 3 * 8192);
+    comb_setfeedback(&comb, 2 * 8192);
     comb_process(1 << 18, &comb);  // 2^31 in the line's scale
     EXPECT_EQ(comb_process(0, &comb), -(1 << 18));
-    EXPECT_EQ(comb.buffer[0], INT32_MIN);  // three times as much is pinned
+    EXPECT_EQ(comb.buffer[0], INT32_MIN);  // twice as much is pinned
     comb_process(-1, &comb);               // pinned, then the sum wraps
     EXPECT_EQ(comb.buffer[0], INT32_MAX - 8191);
+    comb.buffer[0] = INT32_MAX;
+    comb_process(0, &comb);
+    EXPECT_EQ(comb.buffer[0], INT32_MAX);
+    comb_end(&comb);
+}
+
+TEST(Comb, LowPassSaturates) {
+    comber comb;
+    comb_init(&comb, 1);
+    comb_setsetdamp(&comb, -8192);  // weighs the delayed sample twice
+    for (const int32_t extreme : {INT32_MAX, INT32_MIN}) {
+        comb.filterstore = 0;
+        comb.buffer[0] = extreme;
+        comb_process(0, &comb);
+        EXPECT_EQ(comb.filterstore, extreme);
+    }
     comb_end(&comb);
 }
 
@@ -154,6 +189,20 @@ TEST(Allpass, SumIsWideInTheLoopAndWrapsInTheResult) {
     ap.buffer[0] = INT32_MIN;
     EXPECT_EQ(allpass_process(INT32_MIN, &ap), 0x40000000);
     EXPECT_EQ(ap.buffer[0], INT32_MIN + 0x60000000);
+    allpass_end(&ap);
+}
+
+TEST(Allpass, ProductsSaturate) {
+    allpass ap;
+    allpass_init(&ap, 1);
+    allpass_setfeedback(&ap, 4 * 8192);
+    EXPECT_EQ(allpass_process(INT32_MAX, &ap), INT32_MAX);
+    EXPECT_EQ(ap.buffer[0], 0);
+    // The one product that leaves 64 bits: it wraps to the negative side, then saturates.
+    allpass_setfeedback(&ap, INT32_MIN);
+    ap.buffer[0] = INT32_MIN;
+    EXPECT_EQ(allpass_process(INT32_MAX, &ap), 0);
+    EXPECT_EQ(ap.buffer[0], -1);
     allpass_end(&ap);
 }
 
@@ -302,6 +351,13 @@ const Case kCases[] = {
         {{INT32_MIN, INT32_MAX, 1, INT32_MAX, INT32_MAX, INT32_MIN}, INT32_MAX},
 };
 
+struct Split {
+    int chunk;
+    bool in_place;
+};
+const Split kSplits[] = {{1, true},  {7, true},  {128, true},  {1000, true},  {9000, true},
+                         {1, false}, {7, false}, {128, false}, {1000, false}, {9000, false}};
+
 void set_allpasses(reverb_t* rv, int feedback) {
     for (int k = 0; k < 4; ++k) {
         allpass_setfeedback(rv->allpassL[k], feedback);
@@ -319,16 +375,6 @@ TEST(Reverb, AnySplitInPlaceOrNotEqualsTheDefinition) {
         Samples expected_r = in_r;
         stereo_by_definition(model.get(), expected_l, expected_r);
 
-        for (const int chunk : {1, 7, 128, 1000, 9000}) {
-            Reverb rv(c.settings);
-            set_allpasses(rv.get(), c.allpass_feedback);
-            Samples l = in_l;
-            Samples r = in_r;
-            rv.stereo(l, r, static_cast<unsigned>(chunk));
-            ASSERT_EQ(l, expected_l) << &c - kCases << ' ' << chunk;
-            ASSERT_EQ(r, expected_r) << &c - kCases << ' ' << chunk;
-        }
-
         // The mono path is the left channel without the cross feed.
         Reverb alone(c.settings);
         set_allpasses(alone.get(), c.allpass_feedback);
@@ -336,11 +382,21 @@ TEST(Reverb, AnySplitInPlaceOrNotEqualsTheDefinition) {
         Samples expected = in_l;
         Samples unused(in_l.size());
         stereo_by_definition(alone.get(), expected, unused);
-        for (const int chunk : {1, 7, 128, 1000, 9000}) {
+
+        for (const Split& split : kSplits) {
+            SCOPED_TRACE(testing::Message() << &c - kCases << ' ' << split.chunk << ' '
+                                            << (split.in_place ? "in place" : "separate"));
             Reverb rv(c.settings);
             set_allpasses(rv.get(), c.allpass_feedback);
-            ASSERT_EQ(rv.mono(in_l, chunk, chunk % 2 == 0), expected)
-                    << &c - kCases << ' ' << chunk;
+            Samples l = in_l;
+            Samples r = in_r;
+            rv.stereo(l, r, static_cast<unsigned>(split.chunk), split.in_place);
+            ASSERT_EQ(l, expected_l);
+            ASSERT_EQ(r, expected_r);
+
+            Reverb mono(c.settings);
+            set_allpasses(mono.get(), c.allpass_feedback);
+            ASSERT_EQ(mono.mono(in_l, split.chunk, split.in_place), expected);
         }
     }
 }
@@ -368,8 +424,11 @@ TEST(Reverb, AnyStateIsExactAndSoIsEachFilterSetOnItsOwn) {
     void (*const tinkers[])(reverb_t*) = {
             [](reverb_t*) {},
             [](reverb_t* rv) { comb_setfeedback(rv->combL[2], 12000); },
+            [](reverb_t* rv) { comb_setfeedback(rv->combL[1], 8193); },
             [](reverb_t* rv) { comb_setfeedback(rv->combL[7], -1); },
+            [](reverb_t* rv) { comb_setfeedback(rv->combL[7], INT32_MIN); },
             [](reverb_t* rv) { comb_setsetdamp(rv->combL[3], 9000); },
+            [](reverb_t* rv) { comb_setsetdamp(rv->combL[5], 8193); },
             [](reverb_t* rv) { comb_setsetdamp(rv->combL[0], -9000); },
             [](reverb_t* rv) { rv->combL[6]->damp2 = 100; },
             [](reverb_t* rv) { allpass_setfeedback(rv->allpassL[1], 3000); },
@@ -431,10 +490,14 @@ TEST(Reverb, FailedInitLeavesAPassThrough) {
         EXPECT_EQ(l, other);  // swapped outputs
         EXPECT_EQ(r, in);
     };
+    int failed = 0;
     const int injected = krel_test::fail_each_allocation([&] {
         reverb_t rv;
-        if (reverb_init(&rv) != 0) {
-            EXPECT_EQ(rv.wet1, 8190);
+        const int result = reverb_init(&rv);
+        EXPECT_EQ(result, rv.combL[0] != nullptr ? 0 : -1);
+        EXPECT_EQ(rv.wet1, 8190);
+        if (result != 0) {
+            ++failed;
             check_pass_through(&rv);
         }
         reverb_end(&rv);
@@ -443,6 +506,7 @@ TEST(Reverb, FailedInitLeavesAPassThrough) {
         check_pass_through(&rv);
     });
     EXPECT_EQ(injected, 50);  // 24 records with a line each, two without
+    EXPECT_EQ(failed, injected);
 }
 
 TEST(Reverb, ArgumentsAreChecked) {
