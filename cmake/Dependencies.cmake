@@ -103,6 +103,8 @@ add_library(krel_speexdsp STATIC ${speexdsp}/libspeexdsp/resample.c)
 target_compile_definitions(krel_speexdsp PRIVATE FIXED_POINT VAR_ARRAYS EXPORT=)
 target_include_directories(krel_speexdsp SYSTEM PUBLIC ${speexdsp}/include ${PROJECT_BINARY_DIR}/_deps/include)
 krel_third_party(krel_speexdsp)
+# Its 32-bit sums may leave their range on full-scale input: they wrap, everywhere alike.
+target_compile_options(krel_speexdsp PRIVATE -fwrapv)
 
 # ---- liblog ---------------------------------------------------------------------------------------------------------
 add_library(krel_liblog INTERFACE)

@@ -48,8 +48,8 @@ typedef struct drc_t {
 
 /**
  * Sets every field of *drc from *params and allocates the two arrays, zeroed. Does not free arrays of an earlier init:
- * call drc_deinit() first. A failed allocation, or a history or delay length below 1, leaves a compressor that
- * drc_process() ignores. Null arguments: nothing happens.
+ * call drc_deinit() first. After a failed allocation, or with a history or delay length below 1, drc_process() processes no
+ * sample and leaves its output as it was. Null arguments: nothing happens.
  */
 KREL_EXPORT void drc_init(drc_t* drc, drc_params_t* params);
 

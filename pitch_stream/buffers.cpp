@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "base/fixed_point.h"
 #include "base/memory.h"
 #include "pitch_stream/internal.h"
 
@@ -24,7 +25,7 @@ bool resize(int16_t*& buffer, int64_t size) {
 /// The growth rule of both buffers. After a failure the buffer holds nothing.
 bool grow(int16_t*& buffer, int32_t& size, int32_t& held, int64_t n) {
     if (buffer == nullptr) return false;
-    if (held + n <= size) return true;
+    if (n < 0 || held + n <= size) return true;
 
     // Resampled output may reach into the unrecorded half of outputBuffer: what is held then exceeds the recorded size,
     // and the usual step could be too short for it.
@@ -112,12 +113,13 @@ int copyToOutput(pitchStreamStruct* stream, int16_t* samples, int n) {
 
 void removeInputSamples(pitchStreamStruct* stream, int position) {
     if (position < 0 || stream->inputBuffer == nullptr) return;
-    const int32_t rest = stream->numInputSamples - position;
+    const int32_t rest = sat_s32(int64_t{stream->numInputSamples} - position);
     if (rest > 0) std::copy_n(stream->inputBuffer + position, rest, stream->inputBuffer);
     stream->numInputSamples = rest;
 }
 
 int copyInputToOutput(pitchStreamStruct* stream, int position) {
+    if (!isAlive(stream)) return 0;
     const int32_t count = std::min(stream->remainingInputToCopy, stream->maxRequired);
     if (copyToOutput(stream, stream->inputBuffer + position, count) == 0) return 0;
     stream->remainingInputToCopy -= count;

@@ -4,6 +4,7 @@
 
 #include <type_traits>
 
+#include "base/fixed_point.h"
 #include "pitch_stream/pitch_stream.h"
 
 namespace krel {
@@ -33,6 +34,11 @@ inline int32_t outputCapacity(const pitchStreamStruct* s) {
 inline int32_t resampleCapacity(int32_t maxRequired, int32_t outputBufferSize) {
     const int32_t initial = 2 * maxRequired;
     return outputBufferSize > initial ? outputBufferSize : initial;
+}
+
+/// Output rate that the fixed pitch asks for, Hz.
+inline int32_t fixedOutRate(const pitchStreamStruct* s) {
+    return trunc_sat_s32(s->speed * static_cast<float>(s->sampleRate));
 }
 
 /// Sets the resampler to sampleRate -> outRate, at no cost when it is there already. A refusal leaves the last good

@@ -6,9 +6,8 @@
 namespace krel {
 namespace {
 
-constexpr int kDecimatedRate =
-        4000;  // Hz, of the coarse pass; the decimated rate is this or a little more
-constexpr int kFineSteps = 4;  // coarse steps on either side that the fine pass looks at
+constexpr int kDecimatedRate = 4000;  // Hz, of the coarse pass, or a little more
+constexpr int kFineSteps = 4;         // coarse steps on either side that the fine pass looks at
 constexpr int kFirstWorstPeriod = 255;
 
 /// Sum over n samples of |a - b|, low 32 bits.
@@ -86,8 +85,8 @@ int bestPeriodInRange(const int16_t* samples, int minPeriod, int maxPeriod) {
 using namespace krel;
 
 void downSampleInput(pitchStreamStruct* stream, int16_t* samples, int skip) {
-    if (skip == 0) return;
     int16_t* out = stream->downSampleBuffer;
+    if (skip == 0 || out == nullptr) return;
     const int n = stream->maxRequired / skip;
     switch (skip) {
         case 2:  // 8 kHz
@@ -133,6 +132,7 @@ int prevPeriodBetter(pitchStreamStruct* stream, int minDiff, int maxDiff, int pr
 }
 
 int findPitchPeriod(pitchStreamStruct* stream, int16_t* samples, int preferNewPeriod) {
+    if (stream->downSampleBuffer == nullptr) return 0;
     int low = stream->minPeriod;
     int high = stream->maxPeriod;
     const int skip = stream->sampleRate / kDecimatedRate;

@@ -86,7 +86,7 @@ KREL_EXPORT void pitchDestroyStream(pitchStreamStruct* stream);
 
 /**
  * Appends n samples and processes as much input as possible. n = 0 only processes; n < 0 does nothing and returns 0.
- * Returns 1, or 0 when a buffer could not grow: the stream is then dead.
+ * Returns 1; 0 for null samples, or when a buffer could not grow: the stream is then dead.
  */
 KREL_EXPORT int pitchWriteShortToStream(pitchStreamStruct* stream, int16_t* samples, int n);
 

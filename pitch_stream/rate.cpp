@@ -90,12 +90,13 @@ int adjustRate(pitchStreamStruct* stream, float pitch, int start) {
     if (stream->numOutputSamples == start) return 1;
     if (stream->numOutputSamples < start) return extendOutput(stream, start);
 
-    if (stream->fixedPitch == 0) {
-        const float outRate = static_cast<float>(stream->sampleRate) / clampRatio(pitch);
-        if (!setResamplerRate(stream, trunc_sat_s32(outRate))) {
-            stream->numOutputSamples = start;
-            return 1;
-        }
+    // A fixed pitch is set already, unless there was no memory for its filter then.
+    const float trackedRate = static_cast<float>(stream->sampleRate) / clampRatio(pitch);
+    const int32_t outRate =
+            stream->fixedPitch == 0 ? trunc_sat_s32(trackedRate) : fixedOutRate(stream);
+    if (!setResamplerRate(stream, outRate)) {
+        stream->numOutputSamples = start;
+        return 1;
     }
     const int remaining = stream->numOutputSamples - start;
     const int64_t most = mostResampled(stream, remaining);

@@ -37,11 +37,6 @@ float trackedRatio(const pitchStreamStruct* s) {
     return clampRatio(bounded);
 }
 
-/// Output rate that the fixed pitch asks for, Hz.
-int32_t fixedOutRate(const pitchStreamStruct* s) {
-    return trunc_sat_s32(s->speed * static_cast<float>(s->sampleRate));
-}
-
 bool passInputThrough(pitchStreamStruct* s) {
     if (copyToOutput(s, s->inputBuffer, std::max(s->numInputSamples, 0)) == 0) return false;
     s->numInputSamples = 0;

@@ -63,7 +63,9 @@ int insertPitchPeriod(pitchStreamStruct* stream, int16_t* samples, float speed, 
         stream->remainingInputToCopy =
                 trunc_sat_s32((2.0f * speed - 1.0f) * length / (1.0f - speed));
     }
-    if (newSamples < 1 || enlargeOutputBufferIfNeeded(stream, period + newSamples) == 0) return 0;
+    if (period < 1 || newSamples < 0 ||
+        enlargeOutputBufferIfNeeded(stream, sat_s32(int64_t{period} + newSamples)) == 0)
+        return 0;
     copyToOutput(stream, samples, period);
     overlapAdd(newSamples, stream->outputBuffer + stream->numOutputSamples, samples + period,
                samples);

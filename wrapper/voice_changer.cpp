@@ -164,6 +164,7 @@ void run_block(work_space* ws) {
 /// the input FIFO is full. Frames are handled in runs up to that point.
 template <typename T>
 void process_frames(work_space* ws, T* buffer, size_t frames) {
+    // Deliberate: any other number of channels than two advances one sample per frame.
     const size_t stride = ws->chnNum == 2 ? 2 : 1;
     while (frames > 0) {
         const auto room = static_cast<size_t>(ws->inFifo.capacity - ws->inFifo.count);

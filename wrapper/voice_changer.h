@@ -55,10 +55,11 @@ KREL_EXPORT void krel_voice_changer_set_mode(void* ws, int mode);
  * buffer  interleaved samples, chn_num per frame, in the format given at creation
  * size    bytes in buffer; whole frames are processed, what is left over stays as it is
  *
- * Channel 0 is processed and, with two channels, written to both. Output lags input by 127 frames, by 480 more with the
- * compressor, and by what the preset adds. Without a core the buffer is left untouched and a warning is logged.
- * Real time: holds mVcpLock for the whole call; allocates nothing itself; reads the clock twice and logs nothing, except
- * two lines of load statistics every 2048 blocks of 128 samples.
+ * Channel 0 is processed and, with two channels, written to both. With more than two the frames are taken to lie one sample
+ * apart. Output lags input by 127 frames, by 480 more with the compressor, and by what the preset adds. Without a core the
+ * buffer is left untouched and a warning is logged.
+ * Real time: holds mVcpLock for the whole call and allocates nothing itself. Per 128 frames it reads the clock twice; every
+ * 2048 such blocks it logs two lines of load statistics.
  */
 KREL_EXPORT void krel_voice_changer_process(void* ws, void* buffer, size_t size);
 

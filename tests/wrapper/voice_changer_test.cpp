@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <numeric>
+#include <thread>
 #include <vector>
 
 #include "base/fixed_point.h"
+#include "dsp/drc.h"
 #include "tests/support/alloc_gate.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/signals.h"
@@ -77,6 +81,55 @@ TEST(VoiceChanger, MakeUpGainAndCompressorDelayTheFirstSoundTo607Samples) {
     EXPECT_EQ(static_cast<size_t>(first - out.begin()), kFifoDelay + kCompressorDelay);
     // 1000 * 21/16 = 1312, at the gain the compressor settles near.
     EXPECT_NEAR(out.back(), 1312, 1);
+}
+
+TEST(VoiceChanger, GainAndCompressorAreExactOnLoudSignedSound) {
+    const auto noise = krel_test::noise_s16(6 * 1024, 8);
+    for (const int compressor_off : {0, 1, -3}) {
+        VoiceChanger changer(1, 1, compressor_off);
+        const auto out = changer.run(noise, {noise.size()}, 1);
+        drc_t drc;
+        drc_params_t params = {2, 240, 0, 7, 30720, 8192, 96};
+        drc_init(&drc, &params);
+        std::vector<int16_t> expected(kFifoDelay, 0);
+        for (size_t at = 0; at < noise.size(); at += 128) {
+            int32_t raised[128];
+            int16_t block[128];
+            for (size_t i = 0; i < 128; ++i) raised[i] = (noise[at + i] * 21) >> 4;
+            drc_process(&drc, raised, block, 128);
+            const auto* from = compressor_off == 0 ? block : noise.data() + at;
+            expected.insert(expected.end(), from, from + 128);
+        }
+        drc_deinit(&drc);
+        expected.resize(out.size());
+        EXPECT_EQ(out, expected) << "compressor_off " << compressor_off;
+    }
+}
+
+TEST(VoiceChanger, TheLockKeepsEveryCallThatTouchesACoreWaiting) {
+    // A call that does wait is watched for 40 ms; one that does not may take its time on a busy machine.
+    const auto waits_for_lock = [](auto call, int patience = 20) {
+        std::atomic<bool> done{false};
+        pthread_mutex_lock(&mVcpLock);
+        std::thread thread([&] {
+            call();
+            done = true;
+        });
+        for (int i = 0; i < patience && !done; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        const bool waited = !done;
+        pthread_mutex_unlock(&mVcpLock);
+        thread.join();
+        return waited;
+    };
+    void* ws = nullptr;
+    int16_t sample = 0;
+    EXPECT_FALSE(waits_for_lock([&] { ws = krel_voice_changer_init(1, 48000, 1, 0); }, 5000));
+    EXPECT_TRUE(waits_for_lock([&] { krel_voice_changer_set_mode(ws, kPassThrough); }));
+    EXPECT_TRUE(waits_for_lock([&] { krel_voice_changer_process(ws, &sample, sizeof sample); }));
+    EXPECT_FALSE(waits_for_lock(
+            [&] { krel_voice_changer_process(nullptr, &sample, sizeof sample); }, 5000));
+    EXPECT_TRUE(waits_for_lock([&] { krel_voice_changer_deinit(ws); }));
 }
 
 class ChunkSizes : public testing::TestWithParam<std::vector<size_t>> {};
