@@ -1,6 +1,7 @@
 #include "core/output_fifo.h"
 
 #include <gtest/gtest.h>
+#include <string.h>
 
 #include <algorithm>
 #include <numeric>
@@ -17,6 +18,7 @@ constexpr int kFrames = 128;
 class OutputFifo : public testing::Test {
   protected:
     explicit OutputFifo(int rate = 8000) {
+        memset(&core_, 0xA5, sizeof core_);  // a core comes from malloc
         core_.sample_rate = rate;
         ready_ = output_fifo_init(&core_);
     }
@@ -32,7 +34,7 @@ class OutputFifo : public testing::Test {
         return block;
     }
 
-    vcp_core_t core_{};
+    vcp_core_t core_;
     bool ready_ = false;
     int16_t next_ = 1;
 };

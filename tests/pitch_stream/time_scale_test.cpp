@@ -98,7 +98,6 @@ TEST(TimeScale, EditOfNoSamplesFailsAndKeepsTheInput) {
     s->speed = 0.0001f;  // as a part of a write it is no error
     s->pitch = 0.5f;
     EXPECT_EQ(pitchWriteShortToStream(s.get(), nullptr, 0), 1);
-    EXPECT_EQ(s->numOutputSamples, 0);
     EXPECT_EQ(changeSpeed(s.get(), 1.0f), 1);
     EXPECT_EQ(s->remainingInputToCopy, INT32_MAX);  // a speed of exactly 1 never needs another edit
 }
