@@ -16,8 +16,11 @@ help:
 	@echo "make setup      packages and source tarballs only"
 	@echo "make clean      remove build/ and out/ (the tarballs in .deps/ stay)"
 
+SETUP_asan := check
+SETUP_arm64 := arm64
+
 setup:
-	@scripts/setup.sh
+	@scripts/setup.sh $(SETUP_$(PRESET))
 
 build: setup
 	@test -f $(BUILD)/build.ninja || cmake --preset $(PRESET)

@@ -79,7 +79,8 @@ add_library(krel_ne10 STATIC
     ${ne10_dsp}/NE10_fft_generic_float32.neonintrinsic.cpp
     ${ne10_dsp}/NE10_fft_int32.c
     ${ne10_dsp}/NE10_fft_generic_int32.cpp)
-target_compile_definitions(krel_ne10 PRIVATE NE10_UNROLL_LEVEL=0)
+# SIMDe would take a fused multiply-add where the build machine has one: the bits would depend on the machine.
+target_compile_definitions(krel_ne10 PRIVATE NE10_UNROLL_LEVEL=0 SIMDE_X86_FMA_NO_NATIVE)
 target_include_directories(krel_ne10 SYSTEM PUBLIC ${ne10}/inc PRIVATE ${ne10}/common ${ne10_dsp})
 if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm")
     target_include_directories(krel_ne10 BEFORE PRIVATE ${PROJECT_SOURCE_DIR}/cmake/simde)

@@ -126,9 +126,10 @@ void run_render(RenderArguments a) {
     if (presets.size() > 1) print_table_head(a.in);
     for (size_t i = 0; i < presets.size(); ++i) {
         a.options.preset = presets[i];
-        ProgressLine line(preset_label(presets[i]));
-        const RenderResult result =
-                render(a.in, paths[i], a.options, [&](double share) { line.show(share); });
+        const RenderResult result = [&] {
+            ProgressLine line(preset_label(presets[i]));  // gone before the result is printed
+            return render(a.in, paths[i], a.options, [&](double share) { line.show(share); });
+        }();
         if (presets.size() > 1) {
             print_table_row(paths[i], presets[i], result);
         } else {

@@ -72,6 +72,7 @@ class Session {
         return std::max(options_.block_frames, kPrimeFrames);
     }
     void apply_switches();
+    [[nodiscard]] int64_t delay_of_end() const;
     void read_block();
     void process_block(size_t frames);
     void write_block();
@@ -146,6 +147,15 @@ void Session::apply_switches() {
     }
 }
 
+/// How late the input's end may come out: as late as the latest preset in play.
+int64_t Session::delay_of_end() const {
+    int latest = latency_samples(options_.preset, reader_.rate_hz());
+    for (const PresetSwitch& s : options_.switches) {
+        latest = std::max(latest, latency_samples(s.preset, reader_.rate_hz()));
+    }
+    return latest;
+}
+
 /// Fills stereo_ with the next input, then with silence; sets end_ when the input ends.
 void Session::read_block() {
     const auto channels = static_cast<size_t>(reader_.channels());
@@ -159,8 +169,7 @@ void Session::read_block() {
     }
     input_ += static_cast<int64_t>(got);
     if (got == frames || end_ != INT64_MAX) return;
-    const int latency = latency_samples(options_.preset, reader_.rate_hz());
-    end_ = input_ + latency + to_frames(options_.tail_seconds, reader_.rate_hz());
+    end_ = input_ + delay_of_end() + to_frames(options_.tail_seconds, reader_.rate_hz());
 }
 
 /// The first `frames` of stereo_ through the effect. The framework gives one buffer for both sides to an effect that
