@@ -22,7 +22,12 @@ void handle(int signal_number, void (*handler)(int)) {
 }  // namespace
 
 void catch_signals() {
-    for (const int s : {SIGINT, SIGTERM, SIGHUP}) handle(s, remember);
+    for (const int s : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction inherited = {};
+        sigaction(s, nullptr, &inherited);
+        if (inherited.sa_handler != SIG_IGN)
+            handle(s, remember);  // nohup and background jobs stay as they are
+    }
     for (const int s : {SIGPIPE, SIGXFSZ}) handle(s, SIG_IGN);
 }
 

@@ -4,6 +4,7 @@
 usage: check_exports.py EXPORTS_MAP LIBRARY
 """
 
+import pathlib
 import re
 import subprocess
 import sys
@@ -14,6 +15,16 @@ PROVIDED = re.compile(r"^(libc|libm|liblog|ld-linux[-\w]*)\.so(\.\d+)?$")
 
 def output(*command: str) -> str:
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def declared_names() -> set:
+    """Names that the headers mark for export: `KREL_EXPORT <declaration>;`."""
+    root = pathlib.Path(__file__).resolve().parent.parent
+    names = set()
+    for header in root.glob("[a-z]*/*.h"):
+        for declaration in re.findall(r"KREL_EXPORT\s+([^;{]+);", header.read_text(encoding="utf-8")):
+            names.add(re.findall(r"\w+", declaration.split("(")[0])[-1])
+    return names
 
 
 def promised(map_file: str) -> set:
@@ -39,6 +50,8 @@ def main(map_file: str, library: str) -> int:
     errors = []
     exported, functions = exported_names(library)
     names = promised(map_file)
+    errors += [f"declared with KREL_EXPORT but not promised: {name}" for name in sorted(declared_names() - names)]
+    errors += [f"promised but not declared with KREL_EXPORT: {name}" for name in sorted(names - declared_names())]
     errors += [f"exported but not promised: {name}" for name in sorted(exported - names)]
     errors += [f"promised but not exported: {name}" for name in sorted(names - exported)]
 
