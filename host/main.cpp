@@ -116,6 +116,12 @@ void add_render_options(CLI::App& command, RenderArguments& a) {
     command.footer(kRenderNotes);
 }
 
+/// Renders one file; the progress line is gone before the result is printed.
+RenderResult render_with_progress(const RenderArguments& a, const std::filesystem::path& out) {
+    ProgressLine line(preset_label(a.options.preset));
+    return render(a.in, out, a.options, [&](double share) { line.show(share); });
+}
+
 void run_render(RenderArguments a) {
     const std::vector<size_t> presets = parse_presets(a.presets);
     a.options.format = parse_format(a.format);
@@ -127,10 +133,7 @@ void run_render(RenderArguments a) {
     if (presets.size() > 1) print_table_head(a.in);
     for (size_t i = 0; i < presets.size(); ++i) {
         a.options.preset = presets[i];
-        const RenderResult result = [&] {
-            ProgressLine line(preset_label(presets[i]));  // gone before the result is printed
-            return render(a.in, paths[i], a.options, [&](double share) { line.show(share); });
-        }();
+        const RenderResult result = render_with_progress(a, paths[i]);
         if (presets.size() > 1) {
             print_table_row(paths[i], presets[i], result);
         } else {
