@@ -47,6 +47,7 @@ constexpr char kRenderNotes[] =
         "its\n"
         "delay is cut off at the start, and it is flushed at the end: voice and original line up\n"
         "(presets 10 to 14 within some 20 ms, drifting by up to 0.3 ms per second on long files).\n"
+        "With --switch to a later voice the file is longer by the difference of their delays.\n"
         "\n"
         "A sample is rounded (to nearest, ties to even, clamped) only where it goes into a "
         "narrower\n"
