@@ -12,9 +12,10 @@ volatile sig_atomic_t g_signal = 0;
 
 void remember(int signal_number) { g_signal = signal_number; }
 
-void handle(int signal_number, void (*handler)(int)) {
+void handle(int signal_number, void (*handler)(int), int flags = 0) {
     struct sigaction action = {};
     action.sa_handler = handler;
+    action.sa_flags = flags;
     sigemptyset(&action.sa_mask);
     sigaction(signal_number, &action, nullptr);
 }
@@ -26,7 +27,7 @@ void catch_signals() {
         struct sigaction inherited = {};
         sigaction(s, nullptr, &inherited);
         if (inherited.sa_handler != SIG_IGN)
-            handle(s, remember);  // nohup and background jobs stay as they are
+            handle(s, remember, SA_RESETHAND);  // nohup and background jobs stay as they are
     }
     for (const int s : {SIGPIPE, SIGXFSZ}) handle(s, SIG_IGN);
 }

@@ -8,7 +8,8 @@ struct Interrupted {
     int signal;
 };
 
-/// Catches SIGINT, SIGTERM and SIGHUP; ignores SIGPIPE and SIGXFSZ, whose causes are reported as write errors instead.
+/// Catches SIGINT, SIGTERM and SIGHUP, each once: the next one ends the process at once, should it hang in a read.
+/// Ignores SIGPIPE and SIGXFSZ, whose causes are reported as write errors instead.
 void catch_signals();
 
 /// Throws Interrupted if a caught signal has arrived.

@@ -14,7 +14,7 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 void LevelMeter::add(const double* samples, size_t count) {
     for (size_t i = 0; i < count; ++i) {
-        const double magnitude = std::fabs(samples[i]);
+        const double magnitude = std::isnan(samples[i]) ? 0.0 : std::fabs(samples[i]);
         peak_ = std::max(peak_, magnitude);
         energy_ += magnitude * magnitude;
         clipped_ += magnitude >= kFullScale ? 1 : 0;

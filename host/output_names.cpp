@@ -49,9 +49,9 @@ std::vector<fs::path> output_paths(const fs::path& in, const fs::path& out,
         if (numbers.size() > 1 && fs::equivalent(in, path, ignored)) {
             throw UsageError("with several presets, no output may be the input " + in_quotes(path));
         }
-        check_output_ending(path);
         paths.emplace_back(path);
     }
+    for (const fs::path& path : paths) check_output_ending(path);
     return paths;
 }
 

@@ -15,19 +15,49 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr int kMostLinks = 40;
+
 [[noreturn]] void refuse(const fs::path& target, const std::string& why) {
     throw Error("cannot write " + in_quotes(target) + ": " + why);
 }
 
-fs::path file_behind(const fs::path& target) {
-    std::error_code ignored;
-    if (exists(target, ignored) && !is_regular_file(target, ignored)) {
-        refuse(target, is_directory(target, ignored) ? "it is a folder" : "it is not a file");
+/// What a chain of symbolic links names, whether that exists or not.
+fs::path follow_links(const fs::path& target) {
+    std::error_code error;
+    fs::path file = target;
+    for (int link = 0; link < kMostLinks && is_symlink(file, error); ++link) {
+        file = file.parent_path() / read_symlink(file, error);
+        if (error) refuse(target, error.message());
     }
-    if (const auto folder = target.parent_path(); !folder.empty() && !exists(folder, ignored)) {
+    return file;
+}
+
+fs::path file_behind(const fs::path& target) {
+    const fs::path file = follow_links(target);
+    std::error_code error;
+    const bool there = exists(file, error);
+    if (error) refuse(target, error.message());
+    if (there && !is_regular_file(file, error)) {
+        refuse(target, is_directory(file, error) ? "it is a folder" : "it is not a file");
+    }
+    if (there && access(file.c_str(), W_OK) != 0) refuse(target, strerror(errno));
+    if (const auto folder = file.parent_path(); !folder.empty() && !exists(folder, error)) {
         refuse(target, "there is no folder " + in_quotes(folder));
     }
-    return is_symlink(target, ignored) ? weakly_canonical(target, ignored) : target;
+    return file;
+}
+
+constexpr char kOpenFiles[] = "/proc/self/fd/";
+
+/// A file without a name, which vanishes with the process; -1 where the system knows none.
+int open_nameless(const fs::path& folder) {
+    if (access(kOpenFiles, X_OK) != 0) return -1;
+    return open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+}
+
+int give_name(int fd, const fs::path& path) {
+    const std::string file = kOpenFiles + std::to_string(fd);
+    return linkat(AT_FDCWD, file.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW);
 }
 
 fs::path hidden_name(const fs::path& target) {
@@ -42,14 +72,21 @@ fs::path hidden_name(const fs::path& target) {
 }  // namespace
 
 TemporaryFile::TemporaryFile(const fs::path& target)
-    : target_(file_behind(target)), path_(hidden_name(target_)) {
-    fd_ = open(path_.c_str(), O_CREAT | O_TRUNC | O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (fd_ < 0) refuse(target, strerror(errno));
+    : target_(file_behind(target)),
+      path_(hidden_name(target_)),
+      fd_(open_nameless(target_.parent_path())) {
+    if (fd_ < 0) {
+        fd_ = open(path_.c_str(), O_CREAT | O_TRUNC | O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0666);
+        if (fd_ < 0) refuse(target, strerror(errno));
+        named_ = true;
+    }
+    struct stat old = {};
+    if (stat(target_.c_str(), &old) == 0) remember(fchmod(fd_, old.st_mode & 07777));
 }
 
 TemporaryFile::~TemporaryFile() {
     close_file();
-    if (!path_.empty()) unlink(path_.c_str());
+    if (named_) unlink(path_.c_str());
 }
 
 template <typename T>
@@ -84,8 +121,12 @@ int64_t TemporaryFile::size() {
 std::string TemporaryFile::error_text() const { return strerror(error_); }
 
 bool TemporaryFile::commit() {
+    if (!failed() && !named_) {
+        unlink(path_.c_str());
+        named_ = remember(give_name(fd_, path_)) == 0;
+    }
     close_file();
-    if (!failed() && remember(rename(path_.c_str(), target_.c_str())) == 0) path_.clear();
+    if (!failed() && remember(rename(path_.c_str(), target_.c_str())) == 0) named_ = false;
     return !failed();
 }
 

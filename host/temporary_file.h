@@ -11,8 +11,9 @@ namespace krel::host {
 
 class TemporaryFile {
   public:
-    /// Creates a hidden file beside `target`; a symbolic link is followed to what it names. Throws Error when that is not
-    /// possible, or when the target is something else than a file.
+    /// Opens a file in the folder of `target`: without a name, so that nothing stays behind however the process ends, or
+    /// hidden where the system has no such files. A symbolic link is followed to what it names; permissions of a file
+    /// that is there are kept. Throws Error when that is not possible, or when the target is no file or not writable.
     explicit TemporaryFile(const std::filesystem::path& target);
     /// Removes the file unless commit() succeeded.
     ~TemporaryFile();
@@ -38,8 +39,9 @@ class TemporaryFile {
     void close_file();
 
     std::filesystem::path target_;
-    std::filesystem::path path_;  // empty once committed
+    std::filesystem::path path_;  // beside it
     int fd_ = -1;
+    bool named_ = false;  // something of ours is at path_
     int error_ = 0;
 };
 

@@ -51,7 +51,7 @@ TEST(LevelMeter, MeasuresAcrossBlocks) {
     LevelMeter meter;
     EXPECT_EQ(meter.rms_dbfs(), -INFINITY);
     const double first[] = {0.5, -0.5};
-    const double second[] = {32767.0 / 32768, -1.0, 0.0, 0.0};
+    const double second[] = {32767.0 / 32768, -1.0, 0.0, kNan};
     meter.add(first, 2);
     EXPECT_NEAR(meter.peak_dbfs(), -6.02, 0.01);
     EXPECT_NEAR(meter.rms_dbfs(), -6.02, 0.01);

@@ -298,6 +298,7 @@ class SeveralPresetsTest(ProgramTest):
     def test_collisions_are_refused(self):
         self.assert_fails(2, "several presets would", "render", "in.wav", "out.wav", "--preset", "3,4")
         self.assert_fails(2, "several presets would", "render", "in.wav", "{name}.wav", "--preset", "7,8")
+        self.assert_fails(2, "a folder that exists", "render", "in.wav", "new", "--preset", "all")
         write_wav(self.dir / "03.wav", voice(2000))
         self.assert_fails(2, "may be the input", "render", "03.wav", "{number}.wav", "--preset", "2,3")
 
@@ -374,28 +375,51 @@ class FailureTest(ProgramTest):
             result = subprocess.run([*PROGRAM, "presets"], stdout=full, stderr=subprocess.PIPE, text=True, check=False)
         self.assertEqual((result.returncode, result.stderr), (1, "krelvcp: cannot write to standard output\n"))
 
+    def start(self, waits_for, *arguments, **env):
+        """A rendering in the background, once its library's log holds `waits_for`."""
+        log = self.dir / "log"
+        log.write_text("")
+        program = subprocess.Popen([*PROGRAM, "render", *arguments, "--preset", "7", "--raw-timing", "--library", FAKE],
+                                   cwd=self.dir, env={**os.environ, "FAKE_EFFECT_LOG": str(log), **env})
+        while waits_for not in log.read_text():
+            self.assertIsNone(program.poll())
+            time.sleep(0.01)
+        return program
+
     def test_signals_leave_nothing_behind(self):
         write_wav(self.dir / "in.wav", 200000 * [1000])
-        before = self.files()
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-            program = subprocess.Popen([*PROGRAM, "render", "in.wav", "out.wav", "--preset", "7", "--raw-timing",
-                                        "--library", FAKE], cwd=self.dir, env={**os.environ, "FAKE_EFFECT_FAULT": "slow"})
-            while self.files() == before:
-                self.assertIsNone(program.poll())
-                time.sleep(0.01)
+            program = self.start("process", "in.wav", "out.wav", FAKE_EFFECT_FAULT="slow")
             program.send_signal(number)
             self.assertEqual(program.wait(timeout=30), -number)
-            self.assertEqual(self.files(), before)
         self.assertEqual((self.dir / "out.wav").read_text(), "precious")
+        self.assertEqual(self.files(), ["in.wav", "log", "out.wav"])
 
-    def test_a_file_may_be_rendered_onto_itself_and_through_a_link(self):
+    def test_a_second_signal_ends_a_rendering_whose_input_stalls(self):
+        write_wav(self.dir / "in.wav", 20000 * [1000])
+        os.mkfifo(self.dir / "pipe")
+        with open(self.dir / "pipe", "r+b", buffering=0) as pipe:
+            pipe.write((self.dir / "in.wav").read_bytes()[:20000])
+            program = self.start("process", "pipe", "new.wav")
+            time.sleep(0.1)
+            program.send_signal(signal.SIGINT)
+            time.sleep(0.1)
+            program.send_signal(signal.SIGINT)
+            self.assertEqual(program.wait(timeout=30), -signal.SIGINT)
+
+    def test_a_file_may_be_rendered_onto_itself_and_through_links(self):
+        (self.dir / "out.wav").chmod(0o640)
         self.render("in.wav", "out.wav", "--preset", 7)
+        self.assertEqual((self.dir / "out.wav").stat().st_mode & 0o777, 0o640)
         wanted = (self.dir / "out.wav").read_bytes()
         (self.dir / "link.wav").symlink_to("in.wav")
+        (self.dir / "new_link.wav").symlink_to("new.wav")
+        self.render("in.wav", "new_link.wav", "--preset", 7)
         self.render("in.wav", "link.wav", "--preset", 7)
-        self.assertTrue((self.dir / "link.wav").is_symlink())
-        self.assertEqual((self.dir / "in.wav").read_bytes(), wanted)
-        self.assertEqual(self.files(), ["in.wav", "link.wav", "out.wav"])
+        for link, name in (("link.wav", "in.wav"), ("new_link.wav", "new.wav")):
+            self.assertTrue((self.dir / link).is_symlink())
+            self.assertEqual((self.dir / name).read_bytes(), wanted)
+        self.assertEqual(self.files(), ["in.wav", "link.wav", "new.wav", "new_link.wav", "out.wav"])
 
 
 class MemoryTest(ProgramTest):
