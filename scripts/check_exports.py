@@ -12,6 +12,13 @@ import sys
 # What the platform provides to a vendor library. The dynamic loader counts as part of the C library.
 PROVIDED = re.compile(r"^(libc|libm|liblog|ld-linux[-\w]*)\.so(\.\d+)?$")
 
+# Nothing of this is reached from anywhere in the library: starting or waiting for threads, sleeping, files and devices
+# other than by fopen (debug dumps). mVcpLock's mutex is all that the audio thread can wait for.
+FORBIDDEN = re.compile(
+    r"^_*(pthread_(create|join|cond|rwlock|spin|barrier|mutex_(timed|clock))|sem_|sched_|futex|syscall|fork|system|popen"
+    r"|\w*sleep|p?select|p?poll|epoll|wait|open|creat|f?reopen|fdopen|p?read|p?write|ioctl|mmap|fsync|fflush|f?printf|puts)"
+)
+
 
 def output(*command: str) -> str:
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
@@ -34,26 +41,29 @@ def promised(map_file: str) -> set:
     return {name.strip() for name in body.split(";") if name.strip()}
 
 
-def exported_names(library: str):
-    """All exported names, and those of functions."""
-    names, functions = set(), set()
+def dynamic_names(library: str):
+    """All exported names, those of functions, and all imported names without their versions."""
+    names, functions, imported = set(), set(), set()
     for line in output("readelf", "--dyn-syms", "--wide", library).splitlines():
         fields = line.split()  # number, value, size, type, binding, visibility, section, name
-        if len(fields) == 8 and fields[3] != "SECTION" and fields[6] not in ("UND", "Ndx"):
+        if len(fields) >= 8 and fields[6] == "UND":
+            imported.add(fields[7].split("@")[0])
+        elif len(fields) == 8 and fields[3] != "SECTION" and fields[6] != "Ndx":
             names.add(fields[7])
             if fields[3] == "FUNC":
                 functions.add(fields[7])
-    return names, functions
+    return names, functions, imported
 
 
 def main(map_file: str, library: str) -> int:
     errors = []
-    exported, functions = exported_names(library)
+    exported, functions, imported = dynamic_names(library)
     names = promised(map_file)
     errors += [f"declared with KREL_EXPORT but not promised: {name}" for name in sorted(declared_names() - names)]
     errors += [f"promised but not declared with KREL_EXPORT: {name}" for name in sorted(names - declared_names())]
     errors += [f"exported but not promised: {name}" for name in sorted(exported - names)]
     errors += [f"promised but not exported: {name}" for name in sorted(names - exported)]
+    errors += [f"calls {name}, which may wait" for name in sorted(imported) if FORBIDDEN.match(name)]
 
     dynamic = output("readelf", "--dynamic", "--wide", library)
     needed = re.findall(r"\(NEEDED\)\s+Shared library: \[([^\]]+)\]", dynamic)

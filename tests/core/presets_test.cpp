@@ -89,23 +89,6 @@ TEST_P(EveryPreset, IsSafeAtAnyRate) {
     }
 }
 
-TEST_P(EveryPreset, SettlesWithoutAllocating) {
-    Core core(48000, GetParam());
-    const auto voice = krel_test::voice_s16(48000, 48000);
-    core.run(voice);
-    core.run(voice);
-    std::vector<int16_t> block(voice.begin() + 9600, voice.begin() + 9600 + 100 * kFrames);
-    AllocGate gate;
-    for (int at = 0; at < 100; ++at)
-        vcp_process(core.record(), block.data() + at * kFrames, block.data() + at * kFrames,
-                    kFrames);
-    // The resampler of a steered stream may ask for a new filter when its rate changes; nothing else may.
-    const Chain chain = kModes[GetParam()].chain;
-    if (chain != Chain::kStreamFormant) {
-        EXPECT_EQ(gate.allocations(), 0);
-    }
-}
-
 TEST(Presets, StreamsThatCannotExistPassAudioThrough) {
     const auto audio = krel_test::noise_s16(10 * kFrames, 7);
     for (const int mode : {10, 11, 12, 13, 14}) {

@@ -14,6 +14,7 @@
 #include "base/fixed_point.h"
 #include "effect/instance.h"
 #include "tests/effect/instance.h"
+#include "tests/effect/platform_calls.h"
 #include "tests/support/alloc_gate.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/signals.h"
@@ -25,6 +26,7 @@ using krel_test::AllocGate;
 using krel_test::Config;
 using krel_test::Instance;
 using krel_test::LogCapture;
+using krel_test::platform_calls;
 
 constexpr int kPassThrough = 7;
 
@@ -323,10 +325,7 @@ TEST(Process, FormatsWithoutArithmeticAreCarriedByteByByte) {
     }
 }
 
-// ---- Dumps: fopen is wrapped, so that the device's folder becomes one of our own. ------------------------------------
-
-std::string g_dump_folder;
-std::vector<std::string> g_opened;
+// ---- Dumps: the device's folder becomes one of our own. --------------------------------------------------------------
 
 std::vector<char> contents(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -342,7 +341,7 @@ void append(std::vector<char>& bytes, const std::vector<T>& block) {
 TEST(Dump, CarriesInputProcessedAndMixedBlocks) {
     char folder[] = "/tmp/krel-dump-XXXXXX";
     ASSERT_NE(mkdtemp(folder), nullptr);
-    g_dump_folder = folder;
+    platform_calls.dump_folder = folder;
     setenv("AUDIO_KREL_VCP_DUMP", "1", 1);
     Instance instance(Config{.format = AUDIO_FORMAT_PCM_FLOAT,
                              .rate_hz = 16000,
@@ -356,9 +355,13 @@ TEST(Dump, CarriesInputProcessedAndMixedBlocks) {
     auto in = noise<float>(200, 3);
     std::vector<float> out(in.size(), 0.125f);
     for (int call = 0; call < 2; ++call) {
-        g_opened.clear();
+        platform_calls.opened.clear();
         if (call == 1) instance.set_preset(8);  // this block fades out
+        platform_calls.files = 0;
+        platform_calls.counting = true;
         instance.process(in.data(), out.data(), 200);
+        platform_calls.counting = false;
+        EXPECT_EQ(platform_calls.files, 6) << "three files opened and written";
         std::vector<int32_t> converted(in.size());
         std::ranges::transform(in, converted.begin(), to_s32);
         append(input, converted);
@@ -375,9 +378,9 @@ TEST(Dump, CarriesInputProcessedAndMixedBlocks) {
             base + "krel_vcp_" + address[0] + "_in_16000_3.pcm",
             base + "krel_vcp_" + address[0] + "_out_16000_3.pcm",
             base + "krel_hp_" + address[1] + "_out2_16000_3.pcm"};
-    EXPECT_EQ(g_opened, expected);
+    EXPECT_EQ(platform_calls.opened, expected);
     const auto moved = [&](const std::string& path) {
-        return g_dump_folder + path.substr(base.size() - 1);
+        return platform_calls.dump_folder + path.substr(base.size() - 1);
     };
     EXPECT_EQ(contents(moved(expected[0])), input);
     EXPECT_EQ(contents(moved(expected[1])), processed);
@@ -385,30 +388,19 @@ TEST(Dump, CarriesInputProcessedAndMixedBlocks) {
 
     // Inactive: only the mixed output is kept. Written, not added: not even that.
     instance.disable();
-    g_opened.clear();
+    platform_calls.opened.clear();
     instance.process(in.data(), out.data(), 200);
-    EXPECT_EQ(g_opened, std::vector<std::string>{expected[2]});
-    g_opened.clear();
+    EXPECT_EQ(platform_calls.opened, std::vector<std::string>{expected[2]});
+    platform_calls.opened.clear();
     instance.process(in.data(), in.data(), 200);
-    EXPECT_TRUE(g_opened.empty());
+    EXPECT_TRUE(platform_calls.opened.empty());
     instance.enable();
 
     // Without a folder to write to, nothing changes but the files.
     for (const auto& path : expected) unlink(moved(path).c_str());
     rmdir(folder);
     EXPECT_EQ(instance.process(in.data(), out.data(), 200), 0);
-    g_dump_folder.clear();
+    platform_calls.dump_folder.clear();
 }
 
 }  // namespace
-
-extern "C" {
-FILE* __real_fopen(const char* path, const char* mode);
-FILE* __wrap_fopen(const char* path, const char* mode) {
-    constexpr char kDevice[] = "/data/vendor/audio_dump/";
-    if (strncmp(path, kDevice, sizeof kDevice - 1) != 0) return __real_fopen(path, mode);
-    g_opened.emplace_back(path);
-    EXPECT_STREQ(mode, "ab+");
-    return __real_fopen((g_dump_folder + (path + sizeof kDevice - 2)).c_str(), mode);
-}
-}

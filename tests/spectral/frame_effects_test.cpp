@@ -91,14 +91,6 @@ TYPED_TEST(FrameEffect, AFailedAllocationLeavesAPassThroughThatHoldsNothing) {
     EXPECT_EQ(effect.run(voice, {700}), voice);
 }
 
-TYPED_TEST(FrameEffect, ProcessingAllocatesNothing) {
-    Effect<TypeParam> effect(48000);
-    auto voice = krel_test::voice_s16(6000, 48000);
-    const krel_test::AllocGate gate;
-    TypeParam::process(effect.get(), voice.data(), voice.data(), 6000);
-    EXPECT_EQ(gate.allocations(), 0);
-}
-
 TYPED_TEST(FrameEffect, AReleasedRecordPassesThroughAndMayBeReleasedAgain) {
     const auto voice = krel_test::noise_s16(600, 12);
     Effect<TypeParam> effect(48000);

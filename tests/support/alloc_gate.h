@@ -1,7 +1,11 @@
 // Counts and fails heap allocations of the code under test. Every test program is linked with the allocator's entry
-// points wrapped; outside a gate's life they pass straight through. One gate at a time, on one thread.
+// points wrapped; outside a gate's life they only keep account of what is live. One gate at a time, on one thread. What
+// the C and C++ run-time libraries allocate for the test itself (containers, files) does not pass here.
 #ifndef KREL_TESTS_SUPPORT_ALLOC_GATE_H
 #define KREL_TESTS_SUPPORT_ALLOC_GATE_H
+
+#include <gtest/gtest.h>
+#include <stdint.h>
 
 namespace krel_test {
 
@@ -15,23 +19,39 @@ class AllocGate {
 
     /// Calls of malloc, calloc, realloc and the aligned variants since the gate opened.
     [[nodiscard]] int allocations() const;
+    /// Those of them that resized a block that was there.
+    [[nodiscard]] int reallocations() const;
     /// Calls of free with something to free.
     [[nodiscard]] int frees() const;
     /// Whether the failing allocation has been reached.
     [[nodiscard]] bool failed() const;
 };
 
-/// Runs scenario() again and again, failing allocation 1, then 2, ... until a run asks for no more than that. Returns the
-/// number of failures injected. What must hold after each failure is asserted inside the scenario.
+/// What the code under test holds now, on all threads.
+struct Live {
+    int64_t blocks;
+    int64_t bytes;
+    bool operator==(const Live&) const = default;
+};
+Live live();
+inline void PrintTo(const Live& l, std::ostream* os) {
+    *os << l.bytes << " bytes in " << l.blocks << " blocks";
+}
+
+/// Runs scenario() again and again, failing allocation 1, then 2, ... (or all from there on) until a run asks for no more
+/// than that. Returns the number of failures injected. No run may leave anything behind; what else must hold after each
+/// failure is asserted inside the scenario.
 template <typename Scenario>
-int fail_each_allocation(Scenario scenario) {
+int fail_each_allocation(Scenario scenario, bool from_there_on = false) {
     for (int n = 1;; ++n) {
+        const Live before = live();
         bool reached = false;
         {
-            AllocGate gate(n);
+            AllocGate gate(n, from_there_on);
             scenario();
             reached = gate.failed();
         }
+        EXPECT_EQ(live(), before) << "leaked after allocation " << n << " failed";
         if (!reached) return n - 1;
     }
 }
