@@ -1,5 +1,6 @@
-// Whole presets, driven through AELI as the framework drives them: 960 stereo frames of float at 48 kHz.
+// Whole presets, driven through AELI as the framework drives them: stereo float at 48 kHz, 960 or 192 frames a block.
 #include <hardware/audio_effect.h>
+#include <time.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -15,8 +16,8 @@ namespace {
 
 constexpr int kRateHz = 48000;
 constexpr size_t kFrames = 960;
-constexpr size_t kVoiceFrames = 4 * kRateHz / kFrames * kFrames;
-constexpr int kWarmUpBlocks = 50;
+constexpr size_t kVoiceFrames = 4 * kRateHz;
+constexpr size_t kWarmUpFrames = kRateHz;
 
 std::vector<float> stereo_voice() {
     const auto mono = krel_test::voice_s16(static_cast<int>(kVoiceFrames), kRateHz);
@@ -54,26 +55,57 @@ effect_handle_t start(int32_t preset) {
     return handle;
 }
 
-// Arg: preset.
+/// Processor time of this thread: what the block costs, whatever else the machine does meanwhile.
+double thread_seconds() {
+    timespec t = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
+}
+
+/// Median, 99.9th percentile and maximum, in multiples of the block's duration: at 1 the audio stops. "12.3m" is 0.0123.
+void report_blocks(benchmark::State& state, std::vector<double>& seconds, size_t frames) {
+    std::sort(seconds.begin(), seconds.end());
+    const double duration = static_cast<double>(frames) / kRateHz;
+    const auto last = static_cast<double>(seconds.size() - 1);
+    const auto quantile = [&](double q) {
+        return seconds[static_cast<size_t>(q * last)] / duration;
+    };
+    state.counters["median"] = quantile(0.5);
+    state.counters["p99.9"] = quantile(0.999);
+    state.counters["max"] = quantile(1.0);
+}
+
+// Args: preset, frames per block. Only the block itself is timed.
 void BM_Preset(benchmark::State& state) {
     const auto voice = stereo_voice();
+    const auto frames = static_cast<size_t>(state.range(1));
     effect_handle_t handle = start(static_cast<int32_t>(state.range(0)));
-    std::vector<float> block(2 * kFrames);
+    std::vector<float> block(2 * frames);
     size_t at = 0;
     const auto run = [&] {
         std::copy_n(voice.begin() + static_cast<ptrdiff_t>(at), block.size(), block.begin());
         at = (at + block.size()) % voice.size();
         audio_buffer_t buffer = {};
-        buffer.frameCount = kFrames;
+        buffer.frameCount = frames;
         buffer.f32 = block.data();
+        const double begin = thread_seconds();
         (*handle)->process(handle, &buffer, &buffer);
+        return thread_seconds() - begin;
     };
-    for (int i = 0; i < kWarmUpBlocks; ++i) run();
-    for (auto _ : state) run();
-    krel_bench::report_per_sample(state, kFrames);
+    for (size_t i = 0; i < kWarmUpFrames / frames; ++i) run();
+    std::vector<double> seconds;
+    seconds.reserve(state.max_iterations);
+    for (auto _ : state) {
+        seconds.push_back(run());
+        state.SetIterationTime(seconds.back());
+    }
+    krel_bench::report_per_sample(state, static_cast<int64_t>(frames));
+    report_blocks(state, seconds, frames);
     AELI.release_effect(handle);
 }
-BENCHMARK(BM_Preset)->DenseRange(0, 16);
+BENCHMARK(BM_Preset)
+        ->ArgsProduct({benchmark::CreateDenseRange(0, 16, 1), {960, 192}})
+        ->UseManualTime();
 
 // The wrapper around an idle core, 16-bit stereo. Arg: 1 leaves gain and compressor out.
 void BM_Wrapper(benchmark::State& state) {
