@@ -3,20 +3,24 @@ PRESET ?= release
 BUILD := build/$(PRESET)
 export CTEST_PARALLEL_LEVEL ?= $(shell nproc)
 
-.PHONY: help setup build demo test test-asan bench check format clean
+.PHONY: help setup build demo test test-asan test-tsan soak bench bench-blocks check format clean
 
 help:
 	@echo "make demo       render the bundled voice through all presets into out/"
 	@echo "make test       build and run the tests                (PRESET=release|dev|asan)"
 	@echo "make build      build/release/libkrelvcp.so and build/release/krelvcp"
 	@echo "make test-asan  the tests under the address and undefined-behaviour sanitizers"
+	@echo "make test-tsan  the tests with threads under the thread sanitizer"
+	@echo "make soak       random use for SOAK_SECONDS=600: memory stays flat, output sane   (SOAK_SEED=1)"
 	@echo "make bench      time per sample of every preset and unit"
+	@echo "make bench-blocks  longest blocks of every preset, as shares of a block's duration"
 	@echo "make check      format, static analysis, layering, exported names"
 	@echo "make format     rewrite the sources in the project's format"
 	@echo "make setup      packages and source tarballs only"
 	@echo "make clean      remove build/ and out/ (the tarballs in .deps/ stay)"
 
 SETUP_asan := check
+SETUP_tsan := check
 SETUP_arm64 := arm64
 
 setup:
@@ -36,8 +40,18 @@ test-asan:
 	@scripts/setup.sh check
 	@$(MAKE) --no-print-directory test PRESET=asan
 
+test-tsan:
+	@$(MAKE) --no-print-directory test PRESET=tsan
+
+soak: export SOAK_SECONDS ?= 600
+soak: build
+	@$(BUILD)/tests/soak_test
+
 bench: build
 	@$(BUILD)/krel_bench
+
+bench-blocks: build
+	@$(BUILD)/krel_bench --benchmark_filter=BM_Preset --benchmark_min_time=4 --benchmark_counters_tabular=true
 
 check: build
 	@scripts/setup.sh check
