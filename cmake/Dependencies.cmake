@@ -39,14 +39,14 @@ function(krel_swap_text file first second)
     endif()
 endfunction()
 
-# Third-party code: its own warnings off, no sanitizers but address (its shifts and casts are not ours to judge), same
-# floating-point rules as ours.
+# Third-party code: its own warnings off, no sanitizers but address and thread (its shifts and casts are not ours to judge),
+# same floating-point rules as ours.
 function(krel_third_party target)
     set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON C_EXTENSIONS ON C_VISIBILITY_PRESET hidden
         CXX_VISIBILITY_PRESET hidden)
     target_compile_options(${target} PRIVATE -w -ffp-contract=off -fno-math-errno ${KREL_ARCH_FLAGS})
-    if(KREL_SANITIZE MATCHES "address")
-        target_compile_options(${target} PRIVATE -fsanitize=address)
+    if(KREL_SANITIZE MATCHES "(address|thread)")
+        target_compile_options(${target} PRIVATE -fsanitize=${CMAKE_MATCH_1})
     endif()
 endfunction()
 
