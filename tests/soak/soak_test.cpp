@@ -166,11 +166,12 @@ class Player {
 };
 
 // What a pitch stream yields beyond what the core reads stays in its buffer: slow growth that belongs to it, and is measured
-// rather than judged. Only its buffer must not run away from what it holds.
-void measure_surplus_of_pitch_streams(std::chrono::milliseconds slice) {
+// rather than judged, over so many seconds of audio. Only its buffer must not run away from what it holds.
+void measure_surplus_of_pitch_streams(int seconds) {
+    constexpr int kRunSeconds = 20;
     for (const int preset : {10, 11, 12, 13, 14}) {
         for (const double hz : {80.0, 140.0}) {
-            auto voice = krel_test::voice_s16(20 * 48000, 48000, hz, 1.4 * hz);
+            const auto voice = krel_test::voice_s16(kRunSeconds * 48000, 48000, hz, 1.4 * hz);
             void* handle = vcp_init(48000);
             ASSERT_EQ(vcp_set_mode(handle, preset), 0);
             const auto* stream = static_cast<vcp_core_t*>(handle)->stream;
@@ -186,14 +187,12 @@ void measure_surplus_of_pitch_streams(std::chrono::milliseconds slice) {
             };
             run();
             const int32_t unread = stream->numOutputSamples, size = stream->outputBufferSize;
-            const auto end = Clock::now() + slice;
-            int seconds = 0;
-            for (; seconds == 0 || Clock::now() < end; seconds += 20) run();
-            printf("soak: surplus of preset %d, %3.0f Hz: %+6.2f samples/s in %d s, unread %d -> "
-                   "%d, "
-                   "buffer %d -> %d\n",
-                   preset, hz, (stream->numOutputSamples - unread) / static_cast<double>(seconds),
-                   seconds, unread, stream->numOutputSamples, size, stream->outputBufferSize);
+            int done = 0;
+            for (; done < seconds; done += kRunSeconds) run();
+            printf("soak: preset %d, %3.0f Hz: surplus %+6.2f samples/s in %d s of audio, ", preset,
+                   hz, (stream->numOutputSamples - unread) / static_cast<double>(done), done);
+            printf("unread %d -> %d, buffer %d -> %d\n", unread, stream->numOutputSamples, size,
+                   stream->outputBufferSize);
             EXPECT_LE(stream->outputBufferSize, 2 * (most_unread + 2 * stream->maxRequired));
             vcp_deinit(handle);
         }
@@ -231,7 +230,7 @@ TEST(Soak, RandomUseLeavesMemoryFlatAndOutputSane) {
                static_cast<long long>(figures.peak_bytes));
     }
     EXPECT_EQ(krel_test::live().blocks, 0);
-    if (seconds >= 60) measure_surplus_of_pitch_streams(std::chrono::milliseconds(9 * seconds));
+    if (seconds >= 60) measure_surplus_of_pitch_streams(seconds);
 }
 
 }  // namespace
