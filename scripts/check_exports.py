@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks the built library against its promises: exported names, needed libraries, hardening.
+"""Checks the built library's ELF file against its promises and lists what it found: exported names, needed libraries,
+hardening, alignment for 16 KiB pages.
 
 usage: check_exports.py EXPORTS_MAP LIBRARY
 """
@@ -18,6 +19,8 @@ FORBIDDEN = re.compile(
     r"^_*(pthread_(create|join|cond|rwlock|spin|barrier|mutex_(timed|clock))|sem_|sched_|futex|syscall|fork|system|popen"
     r"|\w*sleep|p?select|p?poll|epoll|wait|open|creat|f?reopen|fdopen|p?read|p?write|ioctl|mmap|fsync|fflush|f?printf|puts)"
 )
+
+PAGE = 0x4000
 
 
 def output(*command: str) -> str:
@@ -55,46 +58,63 @@ def dynamic_names(library: str):
     return names, functions, imported
 
 
-def main(map_file: str, library: str) -> int:
-    errors = []
+def check_names(map_file: str, library: str):
     exported, functions, imported = dynamic_names(library)
-    names = promised(map_file)
-    errors += [f"declared with KREL_EXPORT but not promised: {name}" for name in sorted(declared_names() - names)]
-    errors += [f"promised but not declared with KREL_EXPORT: {name}" for name in sorted(names - declared_names())]
+    names, declared = promised(map_file), declared_names()
+    errors = [f"declared with KREL_EXPORT but not promised: {name}" for name in sorted(declared - names)]
+    errors += [f"promised but not declared with KREL_EXPORT: {name}" for name in sorted(names - declared)]
+    # A versioned name reads name@@version: not promised either.
     errors += [f"exported but not promised: {name}" for name in sorted(exported - names)]
     errors += [f"promised but not exported: {name}" for name in sorted(names - exported)]
-    errors += [f"calls {name}, which may wait" for name in sorted(imported) if FORBIDDEN.match(name)]
+    yield "exports", f"{len(exported)} of {len(names)} promised names, without versions", errors
 
-    dynamic = output("readelf", "--dynamic", "--wide", library)
-    needed = re.findall(r"\(NEEDED\)\s+Shared library: \[([^\]]+)\]", dynamic)
-    errors += [f"needs {name}, which the platform does not provide" for name in needed if not PROVIDED.match(name)]
-    for what, pattern in {
-        "a soname of libkrelvcp.so": r"\(SONAME\)\s+Library soname: \[libkrelvcp\.so\]",
-        "immediate binding (-z now)": r"BIND_NOW|Flags:.*NOW",
-    }.items():
-        if not re.search(pattern, dynamic):
-            errors.append(f"does not have {what}")
+    waiting = [name for name in sorted(imported) if FORBIDDEN.match(name)]
+    yield "waiting calls", f"{len(waiting)} of {len(imported)} imports", [f"calls {name}, which may wait" for name in waiting]
+
     relocations = output("readelf", "--relocs", "--wide", library)
-    for name in sorted(functions):
-        if re.search(rf"\s{re.escape(name)}( \+ 0)?$", relocations, re.MULTILINE):
-            errors.append(f"calls its own {name} through the dynamic linker (-Bsymbolic-functions)")
-    if "TEXTREL" in dynamic:
-        errors.append("has text relocations")
-    segments = output("readelf", "--segments", "--wide", library)
-    if "GNU_RELRO" not in segments:
-        errors.append("has no read-only relocations (-z relro)")
-    for line in segments.splitlines():
-        fields = line.split()
-        if fields and fields[0] == "LOAD" and int(fields[-1], 16) < 0x4000:
-            errors.append(f"has a segment aligned to {fields[-1]}: 16 KiB pages need 0x4000")
-        if fields and fields[0] == "GNU_STACK" and "E" in fields[-2]:
-            errors.append("has an executable stack")
+    through = [name for name in sorted(functions) if re.search(rf"\s{re.escape(name)}( \+ 0)?$", relocations, re.MULTILINE)]
+    errors = [f"calls its own {name} through the dynamic linker (-Bsymbolic-functions)" for name in through]
+    yield "own calls", f"{len(through)} through the dynamic linker", errors
 
-    for error in errors:
-        print(f"{library}: {error}", file=sys.stderr)
-    if not errors:
-        print(f"{library}: {len(exported)} exported names, all promised; needs {', '.join(needed)}")
-    return 1 if errors else 0
+
+def check_dynamic(library: str):
+    dynamic = output("readelf", "--dynamic", "--wide", library)
+    soname = re.findall(r"\(SONAME\)\s+Library soname: \[([^\]]+)\]", dynamic)
+    yield "soname", ", ".join(soname), [] if soname == ["libkrelvcp.so"] else ["soname is not libkrelvcp.so"]
+    needed = re.findall(r"\(NEEDED\)\s+Shared library: \[([^\]]+)\]", dynamic)
+    foreign = [name for name in needed if not PROVIDED.match(name)]
+    yield "needs", ", ".join(needed), [f"needs {name}, which the platform does not provide" for name in foreign]
+    now = re.search(r"BIND_NOW|Flags:.*NOW", dynamic)
+    yield "binding", "immediate" if now else "lazy", [] if now else ["binds lazily (-z now)"]
+    text = "TEXTREL" in dynamic
+    yield "text relocations", "some" if text else "none", ["has text relocations"] if text else []
+
+
+def check_segments(library: str):
+    rows = [line.split() for line in output("readelf", "--segments", "--wide", library).splitlines()]
+    of_type = lambda kind: [row for row in rows if row and row[0] == kind]
+    relro = bool(of_type("GNU_RELRO"))
+    yield "relocated data", "read-only" if relro else "writable", [] if relro else ["has no RELRO segment (-z relro)"]
+    stack = of_type("GNU_STACK")
+    executable = not stack or any("E" in row[-2] for row in stack)
+    yield "stack", "executable" if executable else "not executable", ["has an executable stack"] if executable else []
+    loads = of_type("LOAD")
+    narrow = [row[-1] for row in loads if int(row[-1], 16) % PAGE]
+    errors = [f"has a segment aligned to {alignment}: 16 KiB pages need {PAGE:#x}" for alignment in narrow]
+    yield "segments", f"{len(loads)} to load, aligned to {', '.join(sorted({row[-1] for row in loads}))}", errors
+    writable = [row for row in loads if {"W", "E"} <= set("".join(row[6:-1]))]
+    yield "code", "writable" if writable else "not writable", ["has a writable code segment"] if writable else []
+
+
+def main(map_file: str, library: str) -> int:
+    print(library)
+    failed = False
+    for what, found, errors in [*check_names(map_file, library), *check_dynamic(library), *check_segments(library)]:
+        print(f"  {what:16}  {found}")
+        for error in errors:
+            print(f"{library}: {error}", file=sys.stderr)
+        failed |= bool(errors)
+    return 1 if failed else 0
 
 
 if __name__ == "__main__":
