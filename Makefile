@@ -3,7 +3,7 @@ PRESET ?= release
 BUILD := build/$(PRESET)
 export CTEST_PARALLEL_LEVEL ?= $(shell nproc)
 
-.PHONY: help setup build demo test test-asan test-tsan soak bench bench-blocks check format clean
+.PHONY: help setup build demo test test-asan test-tsan test-arm64 soak bench bench-blocks check format clean
 
 help:
 	@echo "make demo       render the bundled voice through all presets into out/"
@@ -12,6 +12,7 @@ help:
 	@echo "make test-asan  the tests under the address and undefined-behaviour sanitizers"
 	@echo "make test-tsan  the tests with threads under the thread sanitizer"
 	@echo "make soak       random use for SOAK_SECONDS=600: memory stays flat, output sane   (SOAK_SEED=1)"
+	@echo "make test-arm64 the tests of the arm64 build under qemu-user; x86-64 and arm64 renders compared"
 	@echo "make bench      time per sample of every preset and unit"
 	@echo "make bench-blocks  longest blocks of every preset, as shares of a block's duration"
 	@echo "make check      format, static analysis, layering, exported names"
@@ -22,13 +23,15 @@ help:
 SETUP_asan := check
 SETUP_tsan := check
 SETUP_arm64 := arm64
+SETUP_arm64-system-ne10 := arm64
+ARM64 := qemu-aarch64 -L /
 
 setup:
 	@scripts/setup.sh $(SETUP_$(PRESET))
 
 build: setup
 	@test -f $(BUILD)/build.ninja || cmake --preset $(PRESET)
-	@cmake --build --preset $(PRESET)
+	@cmake --build --preset $(PRESET) $(addprefix --target ,$(TARGET))
 
 demo: build
 	@scripts/demo.sh $(BUILD)/krelvcp out
@@ -46,6 +49,14 @@ test-tsan:
 soak: export SOAK_SECONDS ?= 600
 soak: build
 	@$(BUILD)/tests/soak_test
+
+test-arm64:
+	@$(MAKE) --no-print-directory build PRESET=release TARGET=krelvcp_program
+	@$(MAKE) --no-print-directory build PRESET=arm64-system-ne10
+	@$(MAKE) --no-print-directory build PRESET=arm64
+	@scripts/compare_builds.py build/release/krelvcp --same "$(ARM64) build/arm64/krelvcp" \
+		--close "$(ARM64) build/arm64-system-ne10/krelvcp"
+	@ctest --preset arm64
 
 bench: build
 	@$(BUILD)/krel_bench

@@ -51,48 +51,64 @@ function(krel_third_party target)
 endfunction()
 
 # ---- Ne10: the complex FFT ------------------------------------------------------------------------------------------
-# Built from source on every target: with its own NEON code on arm64, through SIMDe on x86-64, so that the very same
-# functions run on the desk. (The packaged arm64 library crashes when an allocation fails, see below.)
-set(ne10 "${PROJECT_BINARY_DIR}/_deps/ne10")
-krel_unpack("ne10_" "${ne10}")
-set(ne10_dsp "${ne10}/modules/dsp")
-# Its allocators write to the new state before they look whether there is one. Our initialisers promise to survive a
-# failed allocation, so the look comes first.
-krel_swap_text("${ne10_dsp}/NE10_fft.c"
-"    // Only backward FFT is scaled by default.
+option(KREL_SYSTEM_NE10 "arm64: link the installed libNE10.a instead of building Ne10 from its tarball" OFF)
+if(KREL_SYSTEM_NE10)
+    # Not the default: its initialisers crash when an allocation fails (see below), and its fused multiply-adds give other
+    # last bits.
+    if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+        message(FATAL_ERROR "KREL_SYSTEM_NE10 is for arm64: there is no packaged Ne10 for ${CMAKE_SYSTEM_PROCESSOR}")
+    endif()
+    find_library(KREL_NE10 NAMES libNE10.a REQUIRED)
+    find_path(KREL_NE10_INCLUDE NE10_dsp.h PATH_SUFFIXES ne10 REQUIRED)
+    add_library(krel_ne10 INTERFACE)
+    target_include_directories(krel_ne10 SYSTEM INTERFACE ${KREL_NE10_INCLUDE})
+    target_link_libraries(krel_ne10 INTERFACE ${KREL_NE10})
+else()
+    # Built from source on every target: with its own NEON code on arm64, through SIMDe on x86-64, so that the very same
+    # functions run on the desk.
+    set(ne10 "${PROJECT_BINARY_DIR}/_deps/ne10")
+    krel_unpack("ne10_" "${ne10}")
+    set(ne10_dsp "${ne10}/modules/dsp")
+    set(KREL_NE10_LICENSE "${ne10}/LICENSE")
+    # Its allocators write to the new state before they look whether there is one. Our initialisers promise to survive a
+    # failed allocation, so the look comes first.
+    krel_swap_text("${ne10_dsp}/NE10_fft.c"
+    "    // Only backward FFT is scaled by default.
     st->is_forward_scaled = 0;
     st->is_backward_scaled = 1;
 
 "
-"    // Bad allocation.
+    "    // Bad allocation.
     if (st == NULL)
     {
         return st;
     }
 
 ")
-add_library(krel_ne10 STATIC
-    ${ne10_dsp}/NE10_fft.c
-    ${ne10_dsp}/NE10_fft_float32.c
-    ${ne10_dsp}/NE10_fft_float32.neonintrinsic.c
-    ${ne10_dsp}/NE10_fft_generic_float32.c
-    ${ne10_dsp}/NE10_fft_generic_float32.neonintrinsic.cpp
-    ${ne10_dsp}/NE10_fft_int32.c
-    ${ne10_dsp}/NE10_fft_generic_int32.cpp)
-# SIMDe would take a fused multiply-add where the build machine has one: the bits would depend on the machine.
-target_compile_definitions(krel_ne10 PRIVATE NE10_UNROLL_LEVEL=0 SIMDE_X86_FMA_NO_NATIVE)
-target_include_directories(krel_ne10 SYSTEM PUBLIC ${ne10}/inc PRIVATE ${ne10}/common ${ne10_dsp})
-if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm")
-    target_include_directories(krel_ne10 BEFORE PRIVATE ${PROJECT_SOURCE_DIR}/cmake/simde)
+    add_library(krel_ne10 STATIC
+        ${ne10_dsp}/NE10_fft.c
+        ${ne10_dsp}/NE10_fft_float32.c
+        ${ne10_dsp}/NE10_fft_float32.neonintrinsic.c
+        ${ne10_dsp}/NE10_fft_generic_float32.c
+        ${ne10_dsp}/NE10_fft_generic_float32.neonintrinsic.cpp
+        ${ne10_dsp}/NE10_fft_int32.c
+        ${ne10_dsp}/NE10_fft_generic_int32.cpp)
+    # SIMDe would take a fused multiply-add where the build machine has one: the bits would depend on the machine.
+    target_compile_definitions(krel_ne10 PRIVATE NE10_UNROLL_LEVEL=0 SIMDE_X86_FMA_NO_NATIVE)
+    target_include_directories(krel_ne10 SYSTEM PUBLIC ${ne10}/inc PRIVATE ${ne10}/common ${ne10_dsp})
+    if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm")
+        target_include_directories(krel_ne10 BEFORE PRIVATE ${PROJECT_SOURCE_DIR}/cmake/simde)
+    endif()
+    krel_third_party(krel_ne10)
+    target_compile_options(krel_ne10 PRIVATE -O3 $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 endif()
-krel_third_party(krel_ne10)
-target_compile_options(krel_ne10 PRIVATE -O3 $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 
 # ---- SpeexDSP: the resampler, fixed-point build ---------------------------------------------------------------------
 # Scalar on every target (no USE_NEON), so that all of them give the same bits.
 set(speexdsp "${PROJECT_BINARY_DIR}/_deps/speexdsp")
 krel_unpack("speexdsp_" "${speexdsp}")
 set(speexdsp "${speexdsp}/speexdsp-1.2.1")
+set(KREL_SPEEXDSP_LICENSE "${speexdsp}/COPYING")
 set(INCLUDE_STDINT "#include <stdint.h>")
 set(SIZE16 "int16_t")
 set(USIZE16 "uint16_t")

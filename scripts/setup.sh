@@ -21,7 +21,7 @@ for group in "$@"; do
         arm64)
             packages+=(crossbuild-essential-arm64 qemu-user)
             packages+=(android-liblog-dev:arm64 libsndfile1-dev:arm64)
-            packages+=(libgtest-dev:arm64 libgmock-dev:arm64)
+            packages+=(libgtest-dev:arm64 libgmock-dev:arm64 libne10-dev:arm64)
             ;;
         *)
             echo "setup: unknown group '$group' (check, arm64)" >&2
