@@ -1,0 +1,107 @@
+"""Installs the build, moves the tree, and uses it as outside callers do: CMake, pkg-config, the program."""
+
+import os
+import re
+import shlex
+import struct
+import subprocess
+import tempfile
+import unittest
+import wave
+from pathlib import Path
+
+HERE = Path(__file__).resolve().parent
+SOURCE = HERE.parent.parent
+CMAKE, BUILD, LIBDIR = os.environ["CMAKE"], Path(os.environ["BUILD"]), os.environ["LIBDIR"]
+CC, CXX = os.environ["CC"], os.environ["CXX"]
+TOOLCHAIN = os.environ.get("TOOLCHAIN", "")
+EMULATOR = shlex.split(os.environ.get("EMULATOR", ""))
+STRICT = ["-Wall", "-Wextra", "-Werror", "-pedantic"]
+
+
+def run(*command, **env):
+    result = subprocess.run([*map(str, command)], capture_output=True, text=True, timeout=200,
+                            env={**os.environ, **env})
+    if result.returncode != 0:
+        raise AssertionError(f"{command} failed:\n{result.stdout}{result.stderr}")
+    return result.stdout
+
+
+class InstallTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.dir = Path(folder.name)
+        cls.first, cls.tree = cls.dir / "first", cls.dir / "moved"
+        run(CMAKE, "--install", BUILD, "--prefix", cls.first)
+        cls.first.rename(cls.tree)
+        cls.headers = sorted((cls.tree / "include/krelvcp").rglob("*.h"))
+
+    def test_nothing_names_where_it_was_built_or_installed(self):
+        packages = [p for p in (self.tree / LIBDIR).rglob("*") if p.suffix in (".cmake", ".pc")]
+        self.assertEqual(len(packages), 5)
+        for path in packages:
+            for place in (self.first, BUILD, SOURCE):
+                self.assertNotIn(str(place), path.read_text(), path)
+        for path in (self.tree / LIBDIR / "libkrelvcp.so", self.tree / "bin/krelvcp"):
+            run_path = re.findall(r"RUNPATH.*\[(.*)\]", run("readelf", "--dynamic", "--wide", path))
+            for place in (self.dir, BUILD, SOURCE):
+                self.assertNotIn(str(place), "".join(run_path), path)
+
+    def test_staging_and_a_system_prefix_work(self):
+        run(CMAKE, "--install", BUILD, "--prefix", "/usr", DESTDIR=str(self.dir / "stage"))
+        self.assertTrue((self.dir / "stage/usr" / LIBDIR / "libkrelvcp.so").exists())
+        self.assertTrue((self.dir / "stage/usr/share/doc/krelvcp/LICENSE").exists())
+
+    def test_headers_declare_all_names_but_the_frameworks(self):
+        promised = re.findall(r"^ +(\w+);", (SOURCE / "cmake/exports.map").read_text(), re.MULTILINE)
+        text = "".join(path.read_text() for path in self.headers)
+        declared = {re.findall(r"\w+", d.split("(")[0])[-1] for d in re.findall(r"KREL_EXPORT\s+([^;{]+);", text)}
+        left = {name for name in promised if name != "AELI" and not name.startswith("Effect")}
+        self.assertEqual(declared, left)
+
+    def test_every_header_compiles_alone(self):
+        include = self.tree / "include/krelvcp"
+        alone = self.dir / "alone"
+        for path in self.headers:
+            alone.write_text(f"#include <{path.relative_to(include)}>\nextern int not_empty;\n")
+            for compiler, language, standard in ((CC, "c", "c11"), (CXX, "c++", "c++17")):
+                run(compiler, "-x", language, f"-std={standard}", *STRICT, "-I", include, "-fsyntax-only", alone)
+
+    def test_cmake_package_serves_an_outside_project(self):
+        build = self.dir / "cmake"
+        # A build tree's package registry or environment must not help.
+        run(CMAKE, "-S", HERE, "-B", build, f"-DCMAKE_PREFIX_PATH={self.tree}", "-DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF",
+            *([f"-DCMAKE_TOOLCHAIN_FILE={TOOLCHAIN}"] if TOOLCHAIN else [f"-DCMAKE_C_COMPILER={CC}"]))
+        run(CMAKE, "--build", build)
+        self.assertIn("all blocks answer", run(*EMULATOR, build / "consumer"))
+
+    def test_pkg_config_serves_a_compiler_command(self):
+        package = {"PKG_CONFIG_PATH": str(self.tree / LIBDIR / "pkgconfig")}
+        flags = run("pkg-config", "--cflags", "--libs", "krelvcp", **package).split()
+        version = re.search(r"krelvcp VERSION ([\d.]+)", (SOURCE / "CMakeLists.txt").read_text())[1]
+        self.assertEqual(run("pkg-config", "--modversion", "krelvcp", **package).strip(), version)
+        program = self.dir / "plain"
+        run(CC, "-std=c11", *STRICT, HERE / "consumer.c", "-o", program, *flags, f"-Wl,-rpath,{self.tree / LIBDIR}")
+        self.assertIn("all blocks answer", run(*EMULATOR, program))
+
+    def test_installed_program_finds_the_installed_library(self):
+        with wave.open(str(self.dir / "in.wav"), "wb") as f:
+            f.setparams((1, 2, 48000, 0, "NONE", ""))
+            f.writeframes(struct.pack("<4800h", *(8000 if n // 50 % 2 else -8000 for n in range(4800))))
+        results = []
+        for program in (self.tree / "bin/krelvcp", BUILD / "krelvcp"):
+            run(*EMULATOR, program, "render", self.dir / "in.wav", self.dir / "out.wav", "--preset", "2")
+            results.append((self.dir / "out.wav").read_bytes())
+        self.assertEqual(results[0], results[1])
+        # Without it the program stops: it was that library, and no other.
+        library = self.tree / LIBDIR / "libkrelvcp.so"
+        library.rename(library.with_suffix(".away"))
+        self.addCleanup(library.with_suffix(".away").rename, library)
+        with self.assertRaisesRegex(AssertionError, "cannot load the effect library"):
+            run(*EMULATOR, self.tree / "bin/krelvcp", "render", self.dir / "in.wav", self.dir / "x.wav", "--preset", "2")
+
+
+if __name__ == "__main__":
+    unittest.main()
