@@ -3,7 +3,7 @@ PRESET ?= release
 BUILD := build/$(PRESET)
 export CTEST_PARALLEL_LEVEL ?= $(shell nproc)
 
-.PHONY: help setup build demo test test-asan test-tsan test-arm64 soak bench bench-blocks check format clean
+.PHONY: help setup build demo test test-asan test-tsan test-arm64 soak bench bench-blocks check check-android format clean
 
 help:
 	@echo "make demo       render the bundled voice through all presets into out/"
@@ -16,6 +16,7 @@ help:
 	@echo "make bench      time per sample of every preset and unit"
 	@echo "make bench-blocks  longest blocks of every preset, as shares of a block's duration"
 	@echo "make check      format, static analysis, layering, exported names"
+	@echo "make check-android  the library for Android's target, as far as a desk can check it"
 	@echo "make format     rewrite the sources in the project's format"
 	@echo "make setup      packages and source tarballs only"
 	@echo "make clean      remove build/ and out/ (the tarballs in .deps/ stay)"
@@ -67,6 +68,10 @@ bench-blocks: build
 check: build
 	@scripts/setup.sh check
 	@scripts/check.sh $(BUILD)
+
+check-android: build
+	@scripts/setup.sh android
+	@android/desk/check.sh $(BUILD)
 
 format:
 	@scripts/setup.sh check

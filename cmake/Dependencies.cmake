@@ -20,8 +20,8 @@ endfunction()
 # ---- Ne10: the complex FFT ------------------------------------------------------------------------------------------
 option(KREL_SYSTEM_NE10 "arm64: link the installed libNE10.a instead of building Ne10 from its tarball" OFF)
 if(KREL_SYSTEM_NE10)
-    # Not the default: its initialisers crash when an allocation fails (see Sources.cmake), and its fused multiply-adds give other
-    # last bits.
+    # Not the default: its initialisers crash when an allocation fails (see Sources.cmake), and fused multiply-adds give
+    # it other last bits.
     if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
         message(FATAL_ERROR "KREL_SYSTEM_NE10 is for arm64: there is no packaged Ne10 for ${CMAKE_SYSTEM_PROCESSOR}")
     endif()

@@ -5,6 +5,7 @@
 #   scripts/setup.sh            what `make demo` and `make test` need
 #   scripts/setup.sh check      also what the checks need: clang, its tools and sanitizers
 #   scripts/setup.sh arm64      also the cross toolchain, the arm64 libraries and the emulator
+#   scripts/setup.sh android    also what `make check-android` needs: clang, another C library, the emulator
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -23,8 +24,9 @@ for group in "$@"; do
             packages+=(android-liblog-dev:arm64 libsndfile1-dev:arm64)
             packages+=(libgtest-dev:arm64 libgmock-dev:arm64 libne10-dev:arm64)
             ;;
+        android) packages+=(clang lld libc++-dev musl-dev:arm64 qemu-user blueprint-tools) ;;
         *)
-            echo "setup: unknown group '$group' (check, arm64)" >&2
+            echo "setup: unknown group '$group' (check, arm64, android)" >&2
             exit 2
             ;;
     esac

@@ -14,7 +14,7 @@ lib=$out/usr/lib/aarch64-linux-android/29
 rm -rf "$out"
 mkdir -p "$include" "$lib"
 cp -rs "$MUSL"/. "$include"
-cp -r "$root"/android/desk/include/. "$include"
+cp -rp "$root"/android/desk/include/. "$include"
 mkdir "$include/c++"
 ln -s "$(realpath "$(clang -print-resource-dir)/../../../include/c++/v1")" "$include/c++/v1"
 
