@@ -47,7 +47,9 @@ void stream_chain_init(vcp_core_t* core, const ModeRow& row) {
             core->stream = nullptr;
         }
     }
-    output_fifo_init(core);
+    core->fifo_buffer = nullptr;
+    // Rates beyond the stream's would ask for a FIFO of up to 164 MiB.
+    if (core->stream != nullptr) output_fifo_init(core);
 }
 
 void reverb_chain_init(vcp_core_t* core, const ModeRow& row) {

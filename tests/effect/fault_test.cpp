@@ -228,11 +228,13 @@ TEST(Fault, RatesFromZeroToTheLargestAreAccepted) {
     for (const uint32_t rate :
          {0U, 1U, 24U, 399U, 4000U, 192000U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
         for (int32_t preset = 0; preset <= 16; ++preset) {
+            const AllocGate gate;
             Instance instance(Config{.rate_hz = rate}, preset);
             instance.enable();
             std::vector<int16_t> block(512, 3000);
             for (int i = 0; i < 6; ++i)
                 EXPECT_EQ(instance.process(block.data(), block.data(), 256), 0);
+            EXPECT_LE(gate.largest(), size_t{64} << 20) << rate << ' ' << preset;
         }
     }
 }

@@ -5,6 +5,7 @@
 #define KREL_TESTS_SUPPORT_ALLOC_GATE_H
 
 #include <gtest/gtest.h>
+#include <stddef.h>
 #include <stdint.h>
 
 namespace krel_test {
@@ -23,6 +24,8 @@ class AllocGate {
     [[nodiscard]] int reallocations() const;
     /// Calls of free with something to free.
     [[nodiscard]] int frees() const;
+    /// Bytes of the largest request.
+    [[nodiscard]] size_t largest() const;
     /// Whether the failing allocation has been reached.
     [[nodiscard]] bool failed() const;
 };
