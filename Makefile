@@ -3,7 +3,8 @@ PRESET ?= release
 BUILD := build/$(PRESET)
 export CTEST_PARALLEL_LEVEL ?= $(shell nproc)
 
-.PHONY: help setup build demo test test-asan test-tsan test-arm64 soak bench bench-blocks check check-android format clean
+.PHONY: help setup build demo test test-asan test-tsan test-arm64 fuzz fuzz-merge coverage soak bench bench-blocks \
+	check check-android format clean
 
 help:
 	@echo "make demo       render the bundled voice through all presets into out/"
@@ -13,6 +14,8 @@ help:
 	@echo "make test-tsan  the tests with threads under the thread sanitizer"
 	@echo "make soak       random use for SOAK_SECONDS=600: memory stays flat, output sane   (SOAK_SEED=1)"
 	@echo "make test-arm64 the tests of the arm64 build under qemu-user; x86-64 and arm64 renders compared"
+	@echo "make fuzz       look for inputs that break promises   (FUZZ_SECONDS=60 each, FUZZER=name)"
+	@echo "make coverage   line coverage of the library's folders by the tests"
 	@echo "make bench      time per sample of every preset and unit"
 	@echo "make bench-blocks  longest blocks of every preset, as shares of a block's duration"
 	@echo "make check      format, static analysis, layering, exported names"
@@ -58,6 +61,17 @@ test-arm64:
 	@scripts/compare_builds.py build/release/krelvcp --same "$(ARM64) build/arm64/krelvcp" \
 		--close "$(ARM64) build/arm64-system-ne10/krelvcp"
 	@ctest --preset arm64
+
+fuzz:
+	@scripts/setup.sh check
+	@scripts/fuzz.sh run
+
+fuzz-merge:
+	@scripts/fuzz.sh merge
+
+coverage:
+	@scripts/setup.sh coverage
+	@scripts/coverage.sh
 
 bench: build
 	@$(BUILD)/krel_bench

@@ -49,6 +49,10 @@ if(KREL_SANITIZE)
 elseif(CMAKE_BUILD_TYPE MATCHES "Rel")
     target_compile_definitions(krel_flags INTERFACE _FORTIFY_SOURCE=2)
 endif()
+if(KREL_BUILD_FUZZ)
+    # What a fuzzer's guidance needs: which edges an input takes.
+    target_compile_options(krel_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 # Code that runs in the phone's audio process: no exceptions, no RTTI, no C++ run-time library.
 add_library(krel_product_flags INTERFACE)

@@ -3,7 +3,8 @@
 # source. Every step is skipped when its result is already there, so it is cheap to call before every build.
 #
 #   scripts/setup.sh            what `make demo` and `make test` need
-#   scripts/setup.sh check      also what the checks need: clang, its tools and sanitizers
+#   scripts/setup.sh check      also what the checks need: clang, its tools, sanitizers and fuzzing run-time library
+#   scripts/setup.sh coverage   also the coverage report
 #   scripts/setup.sh arm64      also the cross toolchain, the arm64 libraries and the emulator
 #   scripts/setup.sh android    also what `make check-android` needs: clang, another C library, the emulator
 set -euo pipefail
@@ -19,6 +20,7 @@ packages=(
 for group in "$@"; do
     case $group in
         check) packages+=(clang clang-format clang-tidy libclang-rt-14-dev) ;;
+        coverage) packages+=(gcovr) ;;
         arm64)
             packages+=(crossbuild-essential-arm64 qemu-user)
             packages+=(android-liblog-dev:arm64 libsndfile1-dev:arm64)
@@ -26,7 +28,7 @@ for group in "$@"; do
             ;;
         android) packages+=(clang lld libc++-dev musl-dev:arm64 qemu-user blueprint-tools) ;;
         *)
-            echo "setup: unknown group '$group' (check, arm64, android)" >&2
+            echo "setup: unknown group '$group' (check, coverage, arm64, android)" >&2
             exit 2
             ;;
     esac
