@@ -94,7 +94,7 @@ void BM_Preset(benchmark::State& state) {
     };
     for (size_t i = 0; i < kWarmUpFrames / frames; ++i) run();
     std::vector<double> seconds;
-    seconds.reserve(state.max_iterations);
+    seconds.reserve(static_cast<size_t>(state.max_iterations));
     for (auto _ : state) {
         seconds.push_back(run());
         state.SetIterationTime(seconds.back());
