@@ -96,23 +96,27 @@ TEST(Vocal, FollowsTheDoublePrecisionModel) {
         int rate;
         float ratio;
         int eq;
-        double peak;
-    } const rows[] = {{16000, 0.5605381f, 2, 6000.0},
-                      {16000, 0.5f, 1, 32000.0},  // loud: the envelope saturates
-                      {16000, 0.95f, 3, 6000.0},
-                      {48000, 0.625f, 2, 6000.0},
-                      {31999, 2.0f, 4, 6000.0},
-                      {8000, 1.0f, 5, 6000.0},
-                      {96000, 1.0f, 2, 6000.0},
-                      {32000, NAN, INT_MAX, 6000.0}};  // neither a ratio nor a curve: unchanged
+        double voice, tone;
+    } const rows[] = {
+            {16000, 0.5605381f, 2, 6000.0, 0.0},
+            {16000, 0.5f, 1, 32000.0, 0.0},      // loud: the envelope saturates
+            {16000, 0.625f, 0, 300.0, 20000.0},  // one tone: the gain meets both its limits
+            {16000, 0.95f, 3, 6000.0, 0.0},
+            {48000, 0.625f, 2, 6000.0, 0.0},
+            {31999, 2.0f, 4, 6000.0, 0.0},
+            {8000, 1.0f, 5, 6000.0, 0.0},
+            {96000, 1.0f, 2, 6000.0, 0.0},
+            {32000, NAN, INT_MAX, 6000.0, 0.0}};  // neither a ratio nor a curve: unchanged
     for (const auto& row : rows) {
         Vocal vocal(row.rate, row.ratio, row.eq);
         const int size = vocal->fft_size;
         const int hop = size / 4;
         const auto half = static_cast<size_t>(size / 2);
-        auto in = voice_s16(5 * hop, row.rate, 150.0, 150.0, row.peak);
+        auto in = voice_s16(5 * hop, row.rate, 150.0, 150.0, row.voice);
+        const auto tone = sine_s16(5 * hop, row.rate / 8.0, row.rate, row.tone);
         const auto hiss = noise_s16(5 * hop, 1, 300);
-        for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<int16_t>(in[i] + hiss[i]);
+        for (size_t i = 0; i < in.size(); ++i)
+            in[i] = static_cast<int16_t>(in[i] + hiss[i] + tone[i]);
         const auto eq_db = curve_db(row.eq, row.rate, size);
         const auto change = [&](Spectrum& x) {
             Values y;
