@@ -148,6 +148,19 @@ TEST(PitchStream, ResamplingNeedsNewOutputAndGrowsTheBuffersItOverfills) {
     EXPECT_EQ(s->outputBuffer[8999], 0);
 }
 
+TEST(PitchStream, WithoutItsBuffersAStreamAnswersZero) {
+    const Stream s = make_stream(16000, {0.5f});
+    auto noise = noise_s16(1280, 5);
+    freeStreamBuffers(s.get());  // a failed growth releases one of them
+    EXPECT_EQ(pitchWriteShortToStream(s.get(), noise.data(), 1280), 0);
+    EXPECT_EQ(pitchWriteShortToStream(s.get(), nullptr, 0), 0);
+    EXPECT_EQ(pitchReadShortFromStream(s.get(), noise.data(), 1), 0);
+    EXPECT_EQ(enlargeOutputBufferIfNeeded(s.get(), 1), 0);
+    EXPECT_EQ(findPitchPeriod(s.get(), noise.data(), 1), 0);
+    EXPECT_EQ(changeSpeed(s.get(), 1.5f), 0);
+    EXPECT_EQ(adjustRate(s.get(), 1.5f, 0), 0);
+}
+
 TEST(PitchStream, RefusedFilterMemoryKeepsTheLastRatioUntilThereIsSome) {
     const auto voice = voice_s16(16000, 16000, 90.0, 90.0);
     Stream s = make_stream(16000, kVoices[2]);
