@@ -78,6 +78,8 @@ TYPED_TEST(FrameEffect, UnusableArgumentsAndRecordsLeaveTheSamplesAlone) {
     EXPECT_EQ(call(effect.get(), &sample, nullptr, 1), -1);
     for (const int n : {0, -1}) EXPECT_EQ(call(effect.get(), &sample, &sample, n), 0);
     EXPECT_EQ(sample, 123);
+    TypeParam::init(nullptr, 48000);
+    TypeParam::deinit(nullptr);
 
     effect.run(noise);
     TypeParam::deinit(effect.get());

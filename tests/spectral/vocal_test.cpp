@@ -194,7 +194,9 @@ TEST(Vocal, SilenceAfterLoudSpeechIsSilenceAndSpeechAfterItIsUnharmed) {
 TEST(Vocal, RatiosFromTwoFifthsToTwoAreTaken) {
     for (const float ratio : {0.39f, 0.4f, 2.0f, 2.01f, -INFINITY}) {
         vocal_ctx_t ctx{};
-        EXPECT_EQ(vocal_init(&ctx, 48000, ratio, -1), ratio == 0.4f || ratio == 2.0f ? 0 : -1);
+        const bool taken = ratio == 0.4f || ratio == 2.0f;
+        EXPECT_EQ(vocal_init(&ctx, 48000, ratio, -1), taken ? 0 : -1);
+        EXPECT_EQ(ctx.envelope_delay, taken ? 20 : 0);
         vocal_deinit(&ctx);
     }
 }
