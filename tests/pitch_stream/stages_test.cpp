@@ -102,10 +102,6 @@ TEST(PeriodSearch, PreviousPeriodIsKeptOnlyWhenItMatchedClearlyBetter) {
         s->prevMinDiff = c.prev_diff;
         EXPECT_EQ(prevPeriodBetter(s.get(), c.least, c.greatest, c.prefer_new), c.kept);
     }
-    s->prevPeriod = 777;
-    s->prevMinDiff = 1;
-    EXPECT_EQ(findPitchPeriod(s.get(), noise_s16(s->maxRequired, 2).data(), 1), 777);
-    EXPECT_NE(s->prevPeriod, 777);  // it remembers its own
 }
 
 TEST(TimeScale, CrossFadeEqualsTheTruncatingDivisionForEveryLength) {

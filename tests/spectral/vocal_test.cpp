@@ -82,10 +82,9 @@ Values shifted_magnitudes(const Values& magnitude, float ratio) {
     Values out;
     for (size_t k = 0; k < magnitude.size(); ++k) {
         const double gain = k < top ? std::clamp(target[k] / envelope[k], 1.0 / 32.0, 32.0) : 0.5;
-        const bool fading = k > fade_from && k <= top;
-        const double g =
-                fading ? static_cast<double>(top + 1 - k) / static_cast<double>(top - fade_from)
-                       : 1.0;
+        double g = 1.0;
+        if (k > fade_from && k <= top)
+            g = static_cast<double>(top + 1 - k) / static_cast<double>(top - fade_from);
         out.push_back(magnitude[k] * (g * gain + (1.0 - g) * 0.5));
     }
     return out;
