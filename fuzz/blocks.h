@@ -22,6 +22,12 @@ void fuzz_vocoder(Draw& d);
 void fuzz_vocal(Draw& d);
 void fuzz_envelope(Draw& d);
 
+/// p, now and then null.
+template <typename T>
+T* or_null(Draw& d, T* p) {
+    return d.one_in(24) ? nullptr : p;
+}
+
 /// Calls `call(samples)` with lengths that are drawn until `most` samples are through or the input ends.
 template <typename Call>
 void in_drawn_lengths(Draw& d, int32_t most, Call call) {

@@ -24,18 +24,14 @@ void run_reverb_stereo(Draw& d, reverb_t* rv, size_t n) {
     auto left = signal_buffer<int16_t>(d, n);
     auto right = signal_buffer<int16_t>(d, n);
     Buffer<int16_t> out(n);
-    const auto frames = static_cast<unsigned>(n);
-    switch (d.range(0, 2)) {
-        case 0:
-            return reverb_process_stereo(rv, left.data(), right.data(), left.data(), right.data(),
-                                         frames);
-        case 1:
-            return reverb_process_stereo(rv, left.data(), right.data(), right.data(), left.data(),
-                                         frames);
-        default:
-            return reverb_process_stereo(rv, left.data(), right.data(), out.data(), right.data(),
-                                         frames);
-    }
+    // Into itself, into the other channel, or elsewhere.
+    const int32_t to = d.range(0, 2);
+    int16_t* const to_left = to == 0 ? left.data() : to == 1 ? right.data() : out.data();
+    int16_t* const to_right = to == 0 ? right.data() : left.data();
+    const int32_t no = d.range(0, 63);  // 0..3: a null buffer
+    reverb_process_stereo(rv, no == 0 ? nullptr : left.data(), no == 1 ? nullptr : right.data(),
+                          no == 2 ? nullptr : to_left, no == 3 ? nullptr : to_right,
+                          static_cast<unsigned>(n));
 }
 
 }  // namespace
@@ -44,7 +40,8 @@ void fuzz_echos(Draw& d) {
     int delays[KREL_ECHO_TAPS] = {};
     int gains[KREL_ECHO_TAPS] = {};
     if (!d.one_in(3)) {
-        calculate_echos(static_cast<int32_t>(d.rate()), delays, gains, d.range(-1, 3));
+        const auto rate = static_cast<int32_t>(d.rate());
+        calculate_echos(rate, delays, gains, d.range(-1, 3));
     } else {
         for (int& delay : delays) delay = d.hostile(0, 5000);
         for (int& gain : gains) gain = d.hostile(0, 128);
@@ -75,7 +72,8 @@ void fuzz_reverb(Draw& d) {
         if (d.one_in(2)) return run_reverb_stereo(d, &rv, samples);
         auto in = signal_buffer<int16_t>(d, samples);
         Buffer<int16_t> out(samples);
-        reverb_process_mono(&rv, in.data(), d.one_in(2) ? in.data() : out.data(), n);
+        int16_t* to = d.one_in(2) ? in.data() : out.data();
+        reverb_process_mono(&rv, or_null(d, in.data()), to, n);
         if (d.one_in(32)) reverb_end(&rv);  // from here on audio passes through
     });
     reverb_end(&rv);
@@ -135,7 +133,8 @@ void fuzz_core(Draw& d) {
 void fuzz_voice_changer(Draw& d) {
     const auto channels = static_cast<unsigned>(d.one_in(4) ? d.hostile(0, 30) : 2);
     const int32_t format = d.hostile(KREL_FORMAT_OTHER, KREL_FORMAT_S32);
-    void* ws = krel_voice_changer_init(channels, d.rate(), format, d.hostile(0, 1));
+    const uint32_t rate = d.rate();
+    void* ws = krel_voice_changer_init(channels, rate, format, d.hostile(0, 1));
     int32_t changes = 8;
     in_drawn_lengths(d, 2 * kMostSamples, [&](int32_t n) {
         if (changes > 0 && d.one_in(3)) {

@@ -81,23 +81,20 @@ void fuzz_equaliser(Draw& d) {
         if (d.one_in(2)) {
             auto in = signal_buffer<int16_t>(d, samples);
             Buffer<int16_t> out(samples);
-            peq_mono_process(peq, in.data(), d.one_in(2) ? in.data() : out.data(), n);
+            int16_t* to = d.one_in(2) ? in.data() : out.data();
+            peq_mono_process(peq, or_null(d, in.data()), to, n);
             return;
         }
         auto left = signal_buffer<int32_t>(d, samples);
         auto right = signal_buffer<int32_t>(d, samples);
         Buffer<int32_t> out(samples);
-        switch (d.range(0, 2)) {
-            case 0:
-                return peq_stereo_process(peq, left.data(), right.data(), left.data(), right.data(),
-                                          n);
-            case 1:
-                return peq_stereo_process(peq, left.data(), right.data(), right.data(), left.data(),
-                                          n);
-            default:
-                return peq_stereo_process(peq, left.data(), right.data(), out.data(), left.data(),
-                                          n);
-        }
+        // Into itself, into the other channel, or elsewhere.
+        const int32_t to = d.range(0, 2);
+        int32_t* const to_left = to == 0 ? left.data() : to == 1 ? right.data() : out.data();
+        int32_t* const to_right = to == 0 ? right.data() : left.data();
+        const int32_t no = d.range(0, 63);  // 0..3: a null buffer
+        peq_stereo_process(peq, no == 0 ? nullptr : left.data(), no == 1 ? nullptr : right.data(),
+                           no == 2 ? nullptr : to_left, no == 3 ? nullptr : to_right, n);
     });
     peq_deinit(peq);
     peq_deinit(nullptr);

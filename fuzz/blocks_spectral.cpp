@@ -38,8 +38,8 @@ void run_frames(Draw& d, void* ctx, int (*process)(void*, int16_t*, int16_t*, in
 
 void fuzz_pitch_shifter(Draw& d) {
     pitch_ctx_t ctx;
-    require(pitch_init(&ctx, static_cast<int32_t>(d.rate()), d.hostile_float(0.0f, 2.5f)) == 0,
-            "pitch shifter: init");
+    const auto rate = static_cast<int32_t>(d.rate());
+    require(pitch_init(&ctx, rate, d.hostile_float(0.0f, 2.5f)) == 0, "pitch shifter: init");
     run_frames(d, &ctx, pitch_process, pitch_deinit);
 }
 
@@ -71,8 +71,8 @@ void fuzz_envelope(Draw& d) {
         float* to = d.one_in(2) ? in.data() : out.data();
         require(envelope_detect(&filter, in.data(), to, n) == n, "envelope: returns n");
         envelope_detect(nullptr, in.data(), out.data(), n);
-        require(roll_queue(to, n, d.hostile(0, 300), d.range(0, 2)) == to,
-                "roll queue: returns it");
+        const int32_t shift = d.hostile(0, 300);
+        require(roll_queue(to, n, shift, d.range(0, 2)) == to, "roll queue: returns it");
     });
     envelope_detect(&filter, nullptr, nullptr, 1);
     roll_queue(nullptr, 1, 1, 1);

@@ -48,31 +48,47 @@ PresetParam draw_param(Draw& d) {
     return param;
 }
 
-std::vector<uint8_t> draw_payload(Draw& d) {
+std::vector<uint8_t> draw_noise(Draw& d) {
+    std::vector<uint8_t> bytes(static_cast<size_t>(d.range(0, 200)));
+    Signal noise(d);
+    fill(bytes, noise);
+    return bytes;
+}
+
+/// What the command expects, as a rule; else another command's payload or noise, or the right one cut or extended.
+std::vector<uint8_t> draw_payload(Draw& d, uint32_t code) {
+    constexpr uint32_t kOthers[] = {EFFECT_CMD_SET_CONFIG, EFFECT_CMD_SET_PARAM,
+                                    EFFECT_CMD_GET_PARAM, EFFECT_CMD_SET_VOLUME, EFFECT_CMD_RESET};
     std::vector<uint8_t> bytes;
-    switch (d.range(0, 4)) {
-        case 0:
+    switch (d.one_in(4) ? d.pick(kOthers) : code) {
+        case EFFECT_CMD_SET_CONFIG:
             bytes = bytes_of(draw_config(d));
             break;
-        case 1:
+        case EFFECT_CMD_SET_PARAM:
             bytes = bytes_of(draw_param(d));
             break;
-        case 2:
+        case EFFECT_CMD_GET_PARAM:
             bytes = bytes_of(draw_param(d));
-            bytes.resize(16);
+            bytes.resize(sizeof(PresetParam) - sizeof(int32_t));
             break;
-        case 3:
+        case EFFECT_CMD_SET_VOLUME:
+        case EFFECT_CMD_SET_AUDIO_MODE:
+        case EFFECT_CMD_SET_SAMPLE_RATE:
             bytes = bytes_of(d.rate());
             break;
-        default: {
-            Signal noise(d);
-            bytes.resize(static_cast<size_t>(d.range(0, 200)));
-            fill(bytes, noise);
+        default:
+            bytes = draw_noise(d);
             break;
-        }
     }
     if (d.one_in(8)) bytes.resize(static_cast<size_t>(d.range(0, 200)));
     return bytes;
+}
+
+/// The reply's size that most commands expect, one that a parameter's answer takes, or about as much as either.
+uint32_t draw_reply_size(Draw& d, uint32_t code) {
+    constexpr uint32_t kSizes[] = {0, 1, 3, 4, 5, 15, 16, 17, 19, 20, 21, 40};
+    if (d.one_in(3)) return d.pick(kSizes);
+    return code == EFFECT_CMD_GET_PARAM ? sizeof(PresetParam) : sizeof(int32_t);
 }
 
 uint32_t draw_code(Draw& d) {
@@ -132,8 +148,9 @@ class Session {
         const effect_uuid_t uuid = draw_uuid();
         const bool no_uuid = d_.one_in(16);
         const bool no_handle = d_.one_in(16);
-        const int32_t result = AELI.create_effect(no_uuid ? nullptr : &uuid, d_.any<int8_t>(),
-                                                  d_.any<int8_t>(), no_handle ? nullptr : &slot);
+        const int32_t session = d_.any<int8_t>();
+        const int32_t result = AELI.create_effect(no_uuid ? nullptr : &uuid, session, -session,
+                                                  no_handle ? nullptr : &slot);
         const bool ours = memcmp(&uuid, &kUuid, sizeof uuid) == 0;
         require(result == (no_uuid || no_handle ? -EINVAL : ours ? 0 : -ENOENT), "creation");
         require((slot != nullptr) == (result == 0), "a handle comes with success only");
@@ -167,14 +184,14 @@ class Session {
         if (code == EFFECT_CMD_SET_CONFIG || code == EFFECT_CMD_SET_SAMPLE_RATE) {
             if (++rebuilds_ > kMostRebuilds) return;
         }
-        const std::vector<uint8_t> payload = draw_payload(d_);
+        const std::vector<uint8_t> payload = draw_payload(d_, code);
         Bytes data(payload.data(), payload.size(), static_cast<size_t>(d_.range(0, 3)));
         // A size that no command knows promises nothing about the data.
         const bool odd_size = d_.one_in(16);
         const auto size =
                 odd_size ? 0x80000000U + d_.any<uint8_t>() : static_cast<uint32_t>(payload.size());
 
-        const uint32_t reply_bytes = d_.one_in(2) ? 4 : static_cast<uint32_t>(d_.range(0, 40));
+        const uint32_t reply_bytes = draw_reply_size(d_, code);
         const std::vector<uint8_t> empty(trusts_reply(code) ? std::max(reply_bytes, 4U)
                                                             : reply_bytes);
         Bytes reply(empty.data(), empty.size(), static_cast<size_t>(d_.range(0, 3)));

@@ -1,5 +1,7 @@
 // Draws values from a fuzzer's input, front to back. Past its end every value is 0: any input is a complete program of
 // calls, and a shorter one is a simpler one.
+//
+// One call's arguments draw at most once: compilers evaluate arguments in different orders.
 #ifndef KREL_FUZZ_DRAW_H
 #define KREL_FUZZ_DRAW_H
 

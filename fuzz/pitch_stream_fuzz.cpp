@@ -100,6 +100,8 @@ class Session {
         int least = 0;
         int most = 0;
         const int32_t longest = std::min(stream_->maxPeriod, 700);
+        const int32_t first = d_.range(-5, longest);
+        const auto difference = d_.any<int32_t>();
         switch (d_.range(0, 5)) {
             case 0:
                 findPitchPeriod(stream_, samples.data(), d_.range(0, 1));
@@ -108,17 +110,16 @@ class Session {
                 downSampleInput(stream_, samples.data(), d_.hostile(-20, 100));
                 break;
             case 2:
-                findPitchPeriodInRange(samples.data(), d_.range(-5, longest), d_.range(-5, longest),
-                                       &least, &most);
+                findPitchPeriodInRange(samples.data(), first, d_.range(-5, longest), &least, &most);
                 break;
             case 3:
-                prevPeriodBetter(stream_, d_.any<int32_t>(), d_.any<int32_t>(), d_.range(0, 1));
+                prevPeriodBetter(stream_, difference, d_.any<int32_t>(), first < 0 ? 0 : 1);
                 break;
             case 4:
                 updateBaseFreq(stream_, samples.data(), d_.range(-1, stream_->maxRequired));
                 break;
             default:
-                findVocals(stream_, samples.data(), d_.any<int32_t>());
+                findVocals(stream_, samples.data(), difference);
                 break;
         }
     }
@@ -149,8 +150,8 @@ class Session {
     void call_rate_stage() {
         if (++ratio_changes_ > kMostRatioChanges) return;
         if (d_.one_in(2)) return static_cast<void>(processStreamInput(stream_));
-        adjustRate(stream_, d_.hostile_float(0.4f, 3.2f),
-                   d_.range(-1, stream_->numOutputSamples + 300));
+        const float ratio = d_.hostile_float(0.4f, 3.2f);
+        adjustRate(stream_, ratio, d_.range(-1, stream_->numOutputSamples + 300));
     }
 
     Draw& d_;

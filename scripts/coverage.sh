@@ -7,7 +7,7 @@ readonly BUILD=build/coverage
 test -f $BUILD/build.ninja || cmake --preset coverage
 cmake --build --preset coverage
 find $BUILD -name '*.gcda' -delete
-ctest --preset coverage --quiet -O $BUILD/tests.log || { cat $BUILD/tests.log; exit 1; }
+ctest --preset coverage --quiet -O "$PWD/$BUILD/tests.log" || { cat $BUILD/tests.log; exit 1; }
 
 gcovr --root . --object-directory $BUILD --csv $BUILD/lines.csv --txt $BUILD/lines.txt \
     --filter '(base|platform|tables|dsp|spectral|pitch_stream|core|wrapper|effect)/' $BUILD
