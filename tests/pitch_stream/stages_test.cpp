@@ -76,6 +76,12 @@ TEST(PeriodSearch, EqualsItsDefinitionIncludingTheWrapOfLoudInput) {
         ASSERT_EQ(search(noise, last, last), search_slowly<int32_t>(noise, last, last));
     EXPECT_EQ(search(noise, 5, 4), (Found{0, 1, 0}));
     EXPECT_EQ(search(noise, -9, 8), search(noise, 1, 8));
+    for (const int step :
+         {8421, 8430}) {  // 255 times the difference, at the first candidate: around 2^31
+        Samples in(2000);
+        std::fill_n(in.begin(), 1000, static_cast<int16_t>(step));
+        EXPECT_EQ(search(in, 1000, 1000).greatest, step == 8421 ? step : 0);
+    }
 
     const Stream s = make_stream(16000, {});
     auto loud = Samples(1280, -32767);
@@ -198,6 +204,8 @@ TEST(BaseFrequency, OnlyVoicedPeriodsCount) {
     const Stream s = make_stream(48000, kVoices[2]);
     for (const int period : {240, 95, INT32_MAX})  // 5 ms, 1.98 ms, a product that wraps to -1000
         EXPECT_EQ(findVocals(s.get(), nullptr, period), 1);
+    s->sampleRate = 0;
+    EXPECT_EQ(findVocals(s.get(), nullptr, 240), 1);
     EXPECT_EQ(s->vocalMs, 6);
 }
 

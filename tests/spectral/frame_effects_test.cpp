@@ -85,15 +85,23 @@ TYPED_TEST(FrameEffect, UnusableArgumentsAndRecordsLeaveTheSamplesAlone) {
     TypeParam::deinit(effect.get());
     EXPECT_EQ(effect.run(noise), noise);
     TypeParam::deinit(effect.get());
-    TypeParam::init(effect.get(), 16000);
+    EXPECT_EQ(TypeParam::init(effect.get(), 16000), 0);
     EXPECT_EQ(effect.run(noise), Effect<TypeParam>(16000).run(noise));
+    {
+        const AllocGate gate;
+        { const Effect<TypeParam> short_lived(48000); }
+        EXPECT_EQ(gate.frees(), gate.allocations());
+    }
     const AllocGate gate(7);  // memory was short
     EXPECT_EQ(Effect<TypeParam>(48000).run(noise), noise);
 }
 
 TEST(FrameEffects, LogTheirSetUpAndTheirEnd) {
     const LogCapture log;
-    { const Pitch pitch(44100, 1.14f); }
+    {
+        Pitch pitch(44100, 1.14f);
+        EXPECT_EQ(pitch->freq_per_bin, 44100.0 / 2048.0);
+    }
     { const Vocoder vocoder(31999); }
     { const Vocal vocal(48000, 2.0f, 3); }
     std::vector<LogLine> expected;

@@ -80,6 +80,16 @@ TEST(Pitch, FollowsTheDoublePrecisionModel) {
     }
 }
 
+TEST(Pitch, AnalysedFrequenciesStayWithinTwoBinsOfTheirBin) {
+    // Half a turn per hop is two bins. The lowest bins are where the phase advance exceeds a turn in either direction.
+    Pitch pitch(8000, 1.14f);
+    for (uint32_t frame = 0; frame < 200; ++frame) {
+        pitch.run(noise_s16(pitch->hop, frame));
+        for (int k = 0; k <= pitch->half_size; ++k)
+            ASSERT_NEAR(pitch->ana_freq[k] / pitch->freq_per_bin, k, 2.0001) << k;
+    }
+}
+
 TEST(Pitch, MagnitudesAreDoubledAndShaped) {
     // At scale 1 every bin is its own target, so the gain of each can be read off.
     Pitch pitch(8000, 1.0f);
@@ -118,9 +128,11 @@ TEST(Pitch, ASineMovesToScaleTimesItsFrequency) {
 
 TEST(Pitch, ScalesThatAreNoneAreClampedAndRateZeroPassesThrough) {
     const auto noise = noise_s16(16384, 31);
-    for (const float scale : {0.0f, -0.5f, -INFINITY, NAN})
-        EXPECT_EQ(rms(Pitch(48000, scale).run(noise)), 0.0) << scale;
-    EXPECT_EQ(Pitch(48000, 2049.0f)->scale, 2048.0f);
+    for (const float scale : {0.0f, -0.5f, -INFINITY, NAN, 2049.0f}) {
+        Pitch pitch(48000, scale);
+        EXPECT_EQ(pitch->scale, scale > 2048.0f ? 2048.0f : 0.0f);
+        EXPECT_EQ(rms(pitch.run(noise)) > 0.0, scale > 2048.0f) << scale;
+    }
     EXPECT_EQ(Pitch(0, 0.78f).run(noise), noise);
     EXPECT_EQ(Pitch(-48000, 0.78f).run(noise), Pitch(48000, 0.78f).run(noise));
 }
