@@ -96,7 +96,7 @@ TEST(VoiceChanger, AnySplitEqualsTheDefinitionInEveryFormat) {
                       wide.begin() + 300);
     for (const auto& calls :
          std::vector<std::vector<size_t>>{{1}, {64}, {127}, {128}, {240}, {480, 1, 1024}}) {
-        for (const size_t channels : {1, 2}) {
+        for (const size_t channels : {size_t{1}, size_t{2}}) {
             for (const int compressor_off : {0, 1, -3}) {
                 SCOPED_TRACE(testing::Message()
                              << calls[0] << ' ' << channels << ' ' << compressor_off);
