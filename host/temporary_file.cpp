@@ -33,7 +33,7 @@ fs::path follow_links(const fs::path& target) {
 }
 
 fs::path file_behind(const fs::path& target) {
-    const fs::path file = follow_links(target);
+    fs::path file = follow_links(target);
     std::error_code error;
     const bool there = exists(file, error);
     if (error) refuse(target, error.message());
