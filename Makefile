@@ -15,6 +15,7 @@ help:
 	@echo "make soak       random use for SOAK_SECONDS=600: memory stays flat, output sane   (SOAK_SEED=1)"
 	@echo "make test-arm64 the tests of the arm64 build under qemu-user; x86-64 and arm64 renders compared"
 	@echo "make fuzz       look for inputs that break promises   (FUZZ_SECONDS=60 each, FUZZER=name)"
+	@echo "make fuzz-merge take what the fuzzers found into the committed corpus"
 	@echo "make coverage   line coverage of the library's folders by the tests"
 	@echo "make bench      time per sample of every preset and unit"
 	@echo "make bench-blocks  longest blocks of every preset, as shares of a block's duration"
@@ -26,6 +27,9 @@ help:
 
 SETUP_asan := check
 SETUP_tsan := check
+SETUP_fuzz := check
+SETUP_coverage := coverage
+SETUP_android-desk := android
 SETUP_arm64 := arm64
 SETUP_arm64-system-ne10 := arm64
 ARM64 := qemu-aarch64 -L /
@@ -67,6 +71,7 @@ fuzz:
 	@scripts/fuzz.sh run
 
 fuzz-merge:
+	@scripts/setup.sh check
 	@scripts/fuzz.sh merge
 
 coverage:

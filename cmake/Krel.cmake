@@ -35,7 +35,7 @@ endif()
 add_library(krel_flags INTERFACE)
 target_compile_options(krel_flags INTERFACE
     ${KREL_ARCH_FLAGS}
-    -Wall -Wextra -Wconversion -Wshadow -Wundef -Werror
+    -Wall -Wextra -Wconversion -Wshadow -Wundef $<$<BOOL:${KREL_WARNINGS_AS_ERRORS}>:-Werror>
     # Results are the same on every compiler and machine: no fused multiply-add, no reordering. The two flags after it
     # change no value; they only free the vectoriser from errno and floating-point traps.
     -ffp-contract=off -fno-math-errno -fno-trapping-math
@@ -46,7 +46,7 @@ if(KREL_SANITIZE)
     target_compile_options(krel_flags INTERFACE -fsanitize=${KREL_SANITIZE} -fno-sanitize-recover=all
         -fno-omit-frame-pointer)
     target_link_options(krel_flags INTERFACE -fsanitize=${KREL_SANITIZE})
-elseif(CMAKE_BUILD_TYPE MATCHES "Rel")
+elseif(CMAKE_BUILD_TYPE MATCHES "Rel" AND NOT ANDROID)  # the NDK brings its own
     target_compile_definitions(krel_flags INTERFACE _FORTIFY_SOURCE=2)
 endif()
 if(KREL_BUILD_FUZZ)

@@ -12,6 +12,7 @@ target_link_options(krelvcp PRIVATE
     -Wl,--version-script=${exports}
     # Our functions call each other, whatever else is loaded; mVcpLock stays one object for callers that name it.
     -Wl,-Bsymbolic-functions
+    -Wl,--as-needed
     -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
     -Wl,-z,max-page-size=16384)
 if(NOT KREL_SANITIZE)

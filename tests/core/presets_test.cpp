@@ -6,6 +6,7 @@
 
 #include "core/modes.h"
 #include "core/vcp.h"
+#include "tests/support/alloc_gate.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/signals.h"
 
@@ -54,6 +55,24 @@ TEST_P(EveryPreset, IsSafeAtAnyRateAndPassesThroughWhatItCannotDo) {
         }
         vcp_deinit(core);
     }
+}
+
+TEST_P(EveryPreset, PassesAudioThroughWhenAnyAllocationFails) {
+    const auto audio = krel_test::noise_s16(8 * kFrames, 5);
+    const auto before = krel_test::live();
+    int n = 1;
+    for (bool failed = true; failed; ++n) {
+        void* core = vcp_init(16000);
+        {
+            const krel_test::AllocGate gate(n);
+            EXPECT_EQ(vcp_set_mode(core, GetParam()), 0);
+            failed = gate.failed();
+        }
+        EXPECT_TRUE(!failed || run(core, audio) == audio) << "allocation " << n;
+        vcp_deinit(core);
+        ASSERT_EQ(krel_test::live(), before) << "leaked after allocation " << n;
+    }
+    EXPECT_EQ(n > 2, krel::kModes[GetParam()].chain != Chain::kBypass);
 }
 
 TEST(Vcp, PresetIsChosenOncePerCore) {

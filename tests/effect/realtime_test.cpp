@@ -41,7 +41,10 @@ long count(const char* start_of_line) {
     });
 }
 
-class RealTime : public testing::TestWithParam<int32_t> {};
+class RealTime : public testing::TestWithParam<int32_t> {
+  protected:
+    static bool has_stream() { return GetParam() >= 10 && GetParam() <= 14; }
+};
 INSTANTIATE_TEST_SUITE_P(Presets, RealTime, testing::Range(0, 17));
 
 TEST_P(RealTime, OnceWarmProcessKeepsToTheListOfExceptions) {
@@ -74,9 +77,8 @@ TEST_P(RealTime, OnceWarmProcessKeepsToTheListOfExceptions) {
         EXPECT_EQ(gate.frees(), 0);
     }
     // Only a pitch stream allocates, and only to enlarge what it has.
-    const bool has_stream = GetParam() >= 10 && GetParam() <= 14;
     EXPECT_EQ(allocations, reallocations);
-    EXPECT_LE(reallocations, has_stream ? 8 + seconds / 60 : 0);
+    EXPECT_LE(reallocations, has_stream() ? 8 + seconds / 60 : 0);
     EXPECT_EQ(platform_calls.files, 0);
     EXPECT_EQ(platform_calls.vcp_locks, blocks) << "one lock per block";
     EXPECT_EQ(platform_calls.other_locks, 0);
@@ -84,11 +86,37 @@ TEST_P(RealTime, OnceWarmProcessKeepsToTheListOfExceptions) {
                       count("\t\t mean: ");
     const auto underruns = count("vcp_process: underrun");
     EXPECT_LE(load, 2 * (int64_t{blocks} * kFrames / 128 / 2048 + 1));
-    EXPECT_TRUE(has_stream || underruns == 0);
+    EXPECT_TRUE(has_stream() || underruns == 0);
     EXPECT_EQ(load + underruns, static_cast<long>(platform_calls.log.size()));
     printf("| %2d | %d | %ld | %ld |  preset, enlarged buffers, load lines, underrun lines in %d "
            "s\n",
            GetParam(), reallocations, load, underruns, seconds);
+}
+
+TEST_P(RealTime, ASwitchWorksInItsSilentBlockAlone) {
+    Instance instance({}, GetParam() == 7 ? 8 : 7);
+    instance.enable();
+    std::vector<int16_t> block(2 * kFrames, 1000);  // in place
+    for (int i = 0; i < 3; ++i) instance.process(block.data(), block.data(), kFrames);
+    instance.set_preset(GetParam());
+    for (int call = 1; call <= 6; ++call) {
+        const bool silent = call == 2, new_length = call == 6;
+        const krel_test::AllocGate gate;
+        platform_calls = {};
+        platform_calls.counting = true;
+        instance.process(block.data(), block.data(), new_length ? kFrames / 2 : kFrames);
+        platform_calls.counting = false;
+        const int taken = gate.allocations() - gate.reallocations();
+        EXPECT_EQ(taken > 0, silent) << "call " << call;
+        EXPECT_EQ(gate.frees() > 0, silent) << "call " << call;
+        // A stream may enlarge its buffers in any block.
+        if (!silent && !has_stream()) {
+            EXPECT_EQ(gate.reallocations(), new_length ? 1 : 0) << "call " << call;
+        }
+        EXPECT_EQ(platform_calls.log.empty(), !silent && !new_length) << "call " << call;
+        EXPECT_EQ(platform_calls.vcp_locks, silent ? 2 : 1) << "call " << call;
+        EXPECT_EQ(platform_calls.other_locks + platform_calls.files, 0) << "call " << call;
+    }
 }
 
 }  // namespace

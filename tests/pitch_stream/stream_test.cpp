@@ -154,6 +154,32 @@ TEST(PitchStream, WithoutItsBuffersAStreamAnswersZero) {
     EXPECT_EQ(adjustRate(s.get(), 1.5f, 0), 0);
 }
 
+TEST(PitchStream, AFailedAllocationLeavesNoStreamOrADeadOne) {
+    auto voice = voice_s16(24000, 8000);
+    for (const auto& setting : {kVoices[0], kVoices[1], kVoices[2], Setting{1.0f}}) {
+        int dead = 0;
+        const int injected = krel_test::fail_each_allocation([&] {
+            const Stream s = make_stream(8000, setting);
+            if (s == nullptr) return;
+            const int32_t room = s->outputBufferSize;
+            bool failed = false;
+            auto* samples = voice.data();
+            for (const int n : {100, 5000, 3000, 9000, 0, 200}) {  // hardly read: the output grows
+                const int written = pitchWriteShortToStream(s.get(), samples, n);
+                EXPECT_TRUE(!failed || written == 0);
+                failed = failed || written == 0;
+                samples += n;
+                int16_t out[64];
+                pitchReadShortFromStream(s.get(), out, 64);
+            }
+            EXPECT_TRUE(failed || s->outputBufferSize > room);
+            dead += failed ? 1 : 0;
+        });
+        EXPECT_GT(injected, dead + 10);  // the others are those of creation and of the resampler
+        EXPECT_GE(dead, 2);
+    }
+}
+
 TEST(PitchStream, RefusedFilterMemoryKeepsTheLastRatioUntilThereIsSome) {
     const auto voice = voice_s16(16000, 16000, 90.0, 90.0);
     Stream s = make_stream(16000, kVoices[2]);

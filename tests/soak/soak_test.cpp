@@ -26,7 +26,10 @@ using Clock = std::chrono::steady_clock;
 
 int setting(const char* name, int otherwise) {
     const char* text = getenv(name);
-    return text == nullptr ? otherwise : atoi(text);
+    if (text == nullptr) return otherwise;
+    const int value = atoi(text);
+    EXPECT_GT(value, 0) << name << '=' << text;
+    return value;
 }
 
 class Random {
@@ -45,6 +48,7 @@ class Random {
 struct Figures {
     long blocks = 0, switches = 0, reconfigurations = 0, instances = 0;
     double audio_seconds = 0.0;
+    double energy_in = 0.0, energy_out = 0.0;  // of active instances, full scale 1
     int64_t peak_bytes = 0;
 };
 
@@ -70,7 +74,7 @@ class Player {
             case 1:
             case 2:
                 ++figures_.switches;
-                EXPECT_EQ(instance_->set_preset(static_cast<int32_t>(random_.below(17))), 0);
+                EXPECT_EQ(instance_->set_preset(static_cast<int32_t>(random_.below(18)) - 1), 0);
                 return;
             case 3:
                 frames_ = 16 + random_.below(1900);
@@ -149,6 +153,9 @@ class Player {
         for (size_t i = 0; i < out.size(); i += 2) {
             ASSERT_TRUE(std::fabs(static_cast<double>(out[i])) <= full_scale) << out[i];
             ASSERT_TRUE(!equal || out[i] == out[i + 1]) << i;
+            if (!active_) continue;
+            figures_.energy_in += std::pow(static_cast<double>(in[i]) / full_scale, 2);
+            figures_.energy_out += std::pow(static_cast<double>(out[i]) / full_scale, 2);
         }
         ++figures_.blocks;
         figures_.audio_seconds += static_cast<double>(frames_) / config_.rate_hz;
@@ -230,6 +237,9 @@ TEST(Soak, RandomUseLeavesMemoryFlatAndOutputSane) {
                static_cast<long long>(figures.peak_bytes));
     }
     EXPECT_EQ(krel_test::live().blocks, 0);
+    EXPECT_GT(figures.energy_out, 0.1 * figures.energy_in);
+    EXPECT_LT(figures.energy_out, 4.0 * figures.energy_in);
+    EXPECT_GT(figures.energy_in, 0.0);
     if (seconds >= 60) measure_surplus_of_pitch_streams(seconds);
 }
 
