@@ -27,7 +27,8 @@ void catch_signals() {
         struct sigaction inherited = {};
         sigaction(s, nullptr, &inherited);
         if (inherited.sa_handler != SIG_IGN)
-            handle(s, remember, SA_RESETHAND);  // nohup and background jobs stay as they are
+            handle(s, remember,
+                   static_cast<int>(SA_RESETHAND));  // nohup and background jobs stay as they are
     }
     for (const int s : {SIGPIPE, SIGXFSZ}) handle(s, SIG_IGN);
 }
