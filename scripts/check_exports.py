@@ -17,7 +17,7 @@ PROVIDED = re.compile(r"^(libc|libm|liblog|ld-linux[-\w]*)\.so(\.\d+)?$")
 # waits for a thread or sleeps; mVcpLock's mutex is all that the audio thread can wait for, and fopen (debug dumps) the
 # only way to a file.
 DESK_NAMES = re.compile(
-    r"^(__gmon_start__|_ITM_\w+TMCloneTable|__ctype_\w+_loc|getenv|__(snprintf|mem(cpy|move|set)|str\w+)_chk|sin|cos)$")
+    r"^(__gmon_start__|_ITM_\w+TMCloneTable|__ctype_\w+_loc|getenv|__stack_chk_guard|__(snprintf|mem(cpy|move|set)|str\w+)_chk|sin|cos)$")
 
 PAGE = 0x4000
 
