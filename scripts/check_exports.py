@@ -13,11 +13,13 @@ import sys
 # What the platform provides to a vendor library. The dynamic loader counts as part of the C library.
 PROVIDED = re.compile(r"^(libc|libm|liblog|ld-linux[-\w]*)\.so(\.\d+)?$")
 
-# All that the library calls: android/needed_names.txt, and what stands for some of it on a desk. None of these starts or
-# waits for a thread or sleeps; mVcpLock's mutex is all that the audio thread can wait for, and fopen (debug dumps) the
+# All that the library calls: android/needed_names.txt, and what stands for some of it on a desk. None of these starts
+# or waits for a thread or sleeps; mVcpLock's mutex is all that the audio thread can wait for, and fopen (debug dumps) the
 # only way to a file.
 DESK_NAMES = re.compile(
-    r"^(__gmon_start__|_ITM_\w+TMCloneTable|__ctype_\w+_loc|getenv|__stack_chk_guard|__(snprintf|mem(cpy|move|set)|str\w+)_chk|sin|cos)$")
+    r"^(__gmon_start__|_ITM_\w+TMCloneTable|__ctype_\w+_loc|getenv|__stack_chk_guard|sin|cos"
+    r"|__(snprintf|mem(cpy|move|set)|str\w+)_chk)$"
+)
 
 PAGE = 0x4000
 
@@ -77,7 +79,8 @@ def check_names(map_file: str, library: str):
     yield "imports", f"{len(imported)} names, {len(unknown)} of them unknown", errors
 
     relocations = output("readelf", "--relocs", "--wide", library)
-    through = [name for name in sorted(functions) if re.search(rf"\s{re.escape(name)}( \+ 0)?$", relocations, re.MULTILINE)]
+    relocated = set(re.findall(r"\s(\w+)(?: \+ 0)?$", relocations, re.MULTILINE))
+    through = sorted(functions & relocated)
     errors = [f"calls its own {name} through the dynamic linker (-Bsymbolic-functions)" for name in through]
     yield "own calls", f"{len(through)} through the dynamic linker", errors
 
