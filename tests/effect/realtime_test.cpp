@@ -32,7 +32,7 @@ std::vector<float> two_voices() {
 
 int seconds_to_run() {
     const char* wanted = getenv("KREL_REALTIME_SECONDS");
-    return wanted == nullptr ? 24 : std::max(1, atoi(wanted));
+    return wanted == nullptr ? 12 : std::max(1, atoi(wanted));
 }
 
 long count(const char* start_of_line) {
