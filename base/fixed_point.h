@@ -1,8 +1,10 @@
-// All fixed-point arithmetic of the library. A name says operation, format and what happens at the edge:
+// All fixed-point arithmetic of the library. A name says operation, format and what happens at the
+// edge:
 // _sat pins, _wrap keeps the low bits, neither means that the result always fits.
 //
-// Right shifts are arithmetic and narrowing casts wrap: C++20 guarantees both. Signed overflow stays undefined, so every
-// intended wrap goes through a _wrap helper and nothing else may overflow.
+// Right shifts are arithmetic and narrowing casts wrap: C++20 guarantees both. Signed overflow
+// stays undefined, so every intended wrap goes through a _wrap helper and nothing else may
+// overflow.
 #ifndef KREL_BASE_FIXED_POINT_H
 #define KREL_BASE_FIXED_POINT_H
 
@@ -74,7 +76,8 @@ constexpr int16_t mul_q13_sat(int16_t a, int32_t b) { return sat_s16(mul_wide(a,
 
 /// a * b with b in Q13; rounds toward minus infinity, low 32 bits kept.
 constexpr int32_t mul_q13_wrap(int32_t a, int32_t b) {
-    // Of the shifted product only bits 0..31 count, so the shift may be a logical one, which vectors have in 64 bits.
+    // Of the shifted product only bits 0..31 count, so the shift may be a logical one, which
+    // vectors have in 64 bits.
     return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(mul_wide(a, b)) >> 13));
 }
 
@@ -82,11 +85,16 @@ constexpr int32_t mul_q13_wrap(int32_t a, int32_t b) {
 constexpr int32_t mean_s32(int32_t a, int32_t b) { return (a & b) + ((a ^ b) >> 1); }
 
 /// Q8.23 from full-scale 32-bit: rounds half up, saturates before the shift.
-constexpr int32_t q8_23_from_s32(int32_t s) { return sat_s32(int64_t{s} + 128) >> 8; }
+constexpr int32_t q8_23_from_s32(int32_t s) {
+    constexpr int32_t kLargest = INT32_MAX - 128;
+    return ((s < kLargest ? s : kLargest) + 128) >> 8;
+}
 /// Full-scale 32-bit from Q8.23, saturating what does not fit in 24 bits.
-constexpr int32_t s32_from_q8_23_sat(int32_t s) { return sat_s32(int64_t{s} * 256); }
+constexpr int32_t s32_from_q8_23_sat(int32_t s) {
+    return s > 0x7fffff ? INT32_MAX : s < -0x800000 ? INT32_MIN : shl_wrap_s32(s, 8);
+}
 /// 16-bit from Q8.23: rounds half up, saturates.
-constexpr int16_t s16_from_q8_23_sat(int32_t s) { return sat_s16((int64_t{s} + 128) >> 8); }
+constexpr int16_t s16_from_q8_23_sat(int32_t s) { return sat_s16(q8_23_from_s32(s)); }
 
 }  // namespace krel
 

@@ -1,4 +1,5 @@
-// Owners for memory that C records hold: it comes from calloc and goes back through free. Nothing throws.
+// Owners for memory that C records hold: it comes from calloc and goes back through free. Nothing
+// throws.
 #ifndef KREL_BASE_MEMORY_H
 #define KREL_BASE_MEMORY_H
 
@@ -20,7 +21,8 @@ using c_array = std::unique_ptr<T[], free_deleter>;
 template <typename T>
 using c_record = std::unique_ptr<T, free_deleter>;
 
-/// `count` zeroed elements; null when count < 1 or memory is short. calloc checks the product for overflow.
+/// `count` zeroed elements; null when count < 1 or memory is short. calloc checks the product for
+/// overflow.
 template <typename T>
 T* zeroed_raw(int64_t count) {
     static_assert(std::is_trivial_v<T>);
@@ -32,7 +34,8 @@ c_array<T> zeroed(int64_t count) {
     return c_array<T>(zeroed_raw<T>(count));
 }
 
-/// Frees what the record's field points to and clears the field, so that a second release is harmless.
+/// Frees what the record's field points to and clears the field, so that a second release is
+/// harmless.
 template <typename T>
 void release(T*& field) {
     free(field);

@@ -18,7 +18,8 @@ constexpr int16_t s16_from_float_sat(float x) {
 /// x * 32768, truncated toward zero, saturated to 16 bits; NaN becomes 0.
 constexpr int16_t s16_from_unit_sat(float x) { return s16_from_float_sat(x * 32768.0f); }
 
-/// x * 32768, truncated toward zero to 32 bits (saturating there; NaN becomes 0), low 16 bits kept: beyond +-1 it wraps.
+/// x * 32768, truncated toward zero to 32 bits (saturating there; NaN becomes 0), low 16 bits kept:
+/// beyond +-1 it wraps.
 constexpr int16_t s16_from_unit_wrap(float x) {
     const float scaled = x * 32768.0f;
     if (!(scaled == scaled)) return 0;

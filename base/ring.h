@@ -1,6 +1,8 @@
-// The sample FIFO operations. The records that hold FIFOs keep their own field names and lend them as a ring_view.
+// The sample FIFO operations. The records that hold FIFOs keep their own field names and lend them
+// as a ring_view.
 //
-// Overrun drops the oldest sample, underrun yields silence. Not thread safe: the caller holds the lock.
+// Overrun drops the oldest sample, underrun yields silence. Not thread safe: the caller holds the
+// lock.
 #ifndef KREL_BASE_RING_H
 #define KREL_BASE_RING_H
 
@@ -19,7 +21,8 @@ constexpr int32_t ring_advance(int32_t index, int32_t steps, int32_t size) {
     return steps < size - index ? index + steps : steps - (size - index);
 }
 
-/// How many of `wanted` slots from `index` on come before the ring wraps; at least 1 when wanted is.
+/// How many of `wanted` slots from `index` on come before the ring wraps; at least 1 when wanted
+/// is.
 constexpr int32_t ring_run(int32_t index, int32_t size, int32_t wanted) {
     return wanted < size - index ? wanted : size - index;
 }
@@ -56,32 +59,35 @@ T ring_pop(ring_view r, const T* data) {
     return sample;
 }
 
-/// Pushes n samples, `stride` apart, in order.
-template <typename T>
-void ring_push_n(ring_view r, T* data, const T* from, size_t stride, size_t n) {
+/// Pushes n samples, kStride apart, in order.
+template <size_t kStride = 1, typename T>
+void ring_push_n(ring_view r, T* data, const T* from, size_t n) {
     if (r.count < 0 || n > static_cast<size_t>(r.capacity - r.count)) {
-        for (size_t i = 0; i < n; ++i) ring_push(r, data, from[i * stride]);
+        for (size_t i = 0; i < n; ++i) ring_push(r, data, from[i * kStride]);
         return;
     }
     // Room for all: two plain copies, up to the end of the ring and from its start.
     const size_t first =
             static_cast<size_t>(ring_run(r.write, r.capacity, static_cast<int32_t>(n)));
-    for (size_t i = 0; i < first; ++i) data[static_cast<size_t>(r.write) + i] = from[i * stride];
-    for (size_t i = first; i < n; ++i) data[i - first] = from[i * stride];
+    for (size_t i = 0; i < first; ++i) data[static_cast<size_t>(r.write) + i] = from[i * kStride];
+    for (size_t i = first; i < n; ++i) data[i - first] = from[i * kStride];
     r.count += static_cast<int32_t>(n);
     r.write = ring_advance(r.write, static_cast<int32_t>(n), r.capacity);
 }
 
-/// Pops n samples to places `stride` apart, in order.
-template <typename T>
-void ring_pop_n(ring_view r, const T* data, T* to, size_t stride, size_t n) {
+/// Pops n samples, each into kCopies places in a row.
+template <size_t kCopies = 1, typename T>
+void ring_pop_n(ring_view r, const T* data, T* to, size_t n) {
+    const auto fill = [to](size_t i, T sample) {
+        for (size_t copy = 0; copy < kCopies; ++copy) to[kCopies * i + copy] = sample;
+    };
     if (r.count < 0 || n > static_cast<size_t>(r.count)) {
-        for (size_t i = 0; i < n; ++i) to[i * stride] = ring_pop(r, data);
+        for (size_t i = 0; i < n; ++i) fill(i, ring_pop(r, data));
         return;
     }
     const size_t first = static_cast<size_t>(ring_run(r.read, r.capacity, static_cast<int32_t>(n)));
-    for (size_t i = 0; i < first; ++i) to[i * stride] = data[static_cast<size_t>(r.read) + i];
-    for (size_t i = first; i < n; ++i) to[i * stride] = data[i - first];
+    for (size_t i = 0; i < first; ++i) fill(i, data[static_cast<size_t>(r.read) + i]);
+    for (size_t i = first; i < n; ++i) fill(i, data[i - first]);
     r.count -= static_cast<int32_t>(n);
     r.read = ring_advance(r.read, static_cast<int32_t>(n), r.capacity);
 }

@@ -1,33 +1,23 @@
-#include <vector>
-
-#include "bench/report.h"
-#include "dsp/drc.h"
+#include "bench/voice_blocks.h"
 #include "tests/support/signals.h"
 
 namespace {
 
-constexpr int kBlock = 128;
+using krel_bench::kRate;
 
-// Arg: peak of the voice on the 16-bit scale; above 31000 the limiter works.
-void BM_Drc(benchmark::State& state) {
-    const auto voice =
-            krel_test::voice_s16(48000, 48000, 110.0, 160.0, static_cast<double>(state.range(0)));
-    drc_t drc;
-    drc_params_t params = {2, 240, 0, 7, 30720, 8192, 96};
-    drc_init(&drc, &params);
-    std::vector<int32_t> in(kBlock);
-    std::vector<int16_t> out(kBlock);
-    size_t at = 0;
-    for (auto _ : state) {
-        for (int i = 0; i < kBlock; ++i)
-            in[static_cast<size_t>(i)] = voice[at + static_cast<size_t>(i)] * 21 / 16;
-        at = at + 2 * kBlock <= voice.size() ? at + kBlock : 0;
-        drc_process(&drc, in.data(), out.data(), kBlock);
-        benchmark::DoNotOptimize(out.data());
-    }
-    krel_bench::report_per_sample(state, kBlock);
-    drc_deinit(&drc);
+// Make-up gain and compressor. Arg: peak of the voice on the 16-bit scale; above 24000 the limiter
+// works.
+void BM_Compress(benchmark::State& state) {
+    const auto peak = static_cast<double>(state.range(0));
+    const auto voice = krel_test::voice_s16(kRate, kRate, 110.0, 160.0, peak);
+    drc_t compressor;
+    krel::voice_compressor_init(&compressor);
+    int32_t amplified[krel::kVoiceBlock];
+    krel_bench::run_voice<int16_t>(state, voice, [&](int16_t* block) {
+        krel::voice_compress(&compressor, amplified, block);
+    });
+    drc_deinit(&compressor);
 }
-BENCHMARK(BM_Drc)->Arg(12000)->Arg(32000);
+BENCHMARK(BM_Compress)->Arg(12000)->Arg(32000);
 
 }  // namespace

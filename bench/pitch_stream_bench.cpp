@@ -2,14 +2,15 @@
 
 #include <vector>
 
-#include "bench/report.h"
+#include "bench/voice_blocks.h"
 #include "pitch_stream/pitch_stream.h"
 #include "tests/support/signals.h"
 
 namespace {
 
-constexpr int kRate = 48000;
-constexpr int kBlock = 128;
+using krel_bench::kRate;
+constexpr int kBlock = krel::kVoiceBlock;
+constexpr size_t kTwoBlocks = size_t{2} * kBlock;
 constexpr int kPeriod = 400;  // 120 Hz
 
 struct Setting {
@@ -41,20 +42,20 @@ void BM_PitchStream(benchmark::State& state) {
     for (auto _ : state) {
         pitchWriteShortToStream(stream, samples.data() + at, kBlock);
         benchmark::DoNotOptimize(pitchReadShortFromStream(stream, out.data(), kBlock));
-        at = at + 2 * kBlock <= samples.size() ? at + kBlock : 0;
+        at = at + kTwoBlocks <= samples.size() ? at + kBlock : 0;
     }
     krel_bench::report_per_sample(state, kBlock);
     pitchDestroyStream(stream);
 }
 BENCHMARK(BM_PitchStream)->DenseRange(0, 4);
 
-// The resampler's share of the above, for about 128 samples out per iteration at a ratio of 1.3. Arg 0: the rate stays;
-// 1: it changes each time, as it does while tracking a moving voice.
+// The resampler's share of the above, for about 128 samples out per iteration at a ratio of 1.3.
+// Arg 0: the rate stays; 1: it changes each time, as it does while tracking a moving voice.
 void BM_PitchStreamResampler(benchmark::State& state) {
     auto samples = voice();
     auto* resampler = speex_resampler_init(1, kRate, kRate, 5, nullptr);
     speex_resampler_set_rate(resampler, kRate, kRate * 10 / 13);
-    std::vector<int16_t> out(2 * kBlock);
+    std::vector<int16_t> out(kTwoBlocks);
     size_t at = 0;
     uint32_t step = 0;
     for (auto _ : state) {
@@ -63,11 +64,11 @@ void BM_PitchStreamResampler(benchmark::State& state) {
             speex_resampler_set_rate(resampler, kRate, kRate * 10 / 13 + step);
         }
         uint32_t inLength = kBlock * 13 / 10;
-        uint32_t outLength = 2 * kBlock;
+        uint32_t outLength = kTwoBlocks;
         speex_resampler_process_int(resampler, 0, samples.data() + at, &inLength, out.data(),
                                     &outLength);
         benchmark::DoNotOptimize(out.data());
-        at = at + 4 * kBlock <= samples.size() ? at + kBlock : 0;
+        at = at + 2 * kTwoBlocks <= samples.size() ? at + kBlock : 0;
     }
     krel_bench::report_per_sample(state, kBlock);
     speex_resampler_destroy(resampler);

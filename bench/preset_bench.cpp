@@ -1,4 +1,5 @@
-// Whole presets, driven through AELI as the framework drives them: stereo float at 48 kHz, 960 or 192 frames a block.
+// Whole presets, driven through AELI as the framework drives them: stereo float at 48 kHz, 960, 192
+// or 128 frames a block.
 #include <hardware/audio_effect.h>
 #include <time.h>
 
@@ -8,7 +9,9 @@
 #include <vector>
 
 #include "bench/report.h"
+#include "core/presets.h"
 #include "effect/effect_library.h"
+#include "effect/interface.h"
 #include "tests/support/signals.h"
 #include "wrapper/voice_changer.h"
 
@@ -16,7 +19,7 @@ namespace {
 
 constexpr int kRateHz = 48000;
 constexpr size_t kFrames = 960;
-constexpr size_t kVoiceFrames = 4 * kRateHz;
+constexpr size_t kVoiceFrames = size_t{4} * kRateHz;
 constexpr size_t kWarmUpFrames = kRateHz;
 
 std::vector<float> stereo_voice() {
@@ -36,10 +39,9 @@ void send(effect_handle_t handle, uint32_t code, uint32_t size, void* data) {
 }
 
 effect_handle_t start(int32_t preset) {
-    effect_descriptor_t descriptor;
-    EffectQueryEffect(0, &descriptor);
+    constexpr effect_uuid_t kUuid = KREL_VCP_UUID;
     effect_handle_t handle = nullptr;
-    AELI.create_effect(&descriptor.uuid, 0, 0, &handle);
+    AELI.create_effect(&kUuid, 0, 0, &handle);
     effect_config_t cfg = {};
     for (buffer_config_t* side : {&cfg.inputCfg, &cfg.outputCfg}) {
         side->samplingRate = kRateHz;
@@ -48,9 +50,9 @@ effect_handle_t start(int32_t preset) {
         side->accessMode = EFFECT_BUFFER_ACCESS_READ;
     }
     cfg.outputCfg.accessMode = EFFECT_BUFFER_ACCESS_WRITE;
-    int32_t param[] = {0, 4, 4, 0, preset};
+    krel_vcp_param_t param = KREL_VCP_PARAM(preset);
     send(handle, EFFECT_CMD_SET_CONFIG, sizeof cfg, &cfg);
-    send(handle, EFFECT_CMD_SET_PARAM, sizeof param, param);
+    send(handle, EFFECT_CMD_SET_PARAM, sizeof param, &param);
     send(handle, EFFECT_CMD_ENABLE, 0, nullptr);
     return handle;
 }
@@ -62,7 +64,8 @@ double thread_seconds() {
     return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
 }
 
-/// Median, 99.9th percentile and maximum, in multiples of the block's duration: at 1 the audio stops. "12.3m" is 0.0123.
+/// Median, 99.9th percentile and maximum, in multiples of the block's duration: at 1 the audio
+/// stops. "12.3m" is 0.0123.
 void report_blocks(benchmark::State& state, std::vector<double>& seconds, size_t frames) {
     std::sort(seconds.begin(), seconds.end());
     const double duration = static_cast<double>(frames) / kRateHz;
@@ -104,7 +107,7 @@ void BM_Preset(benchmark::State& state) {
     AELI.release_effect(handle);
 }
 BENCHMARK(BM_Preset)
-        ->ArgsProduct({benchmark::CreateDenseRange(0, 16, 1), {960, 192}})
+        ->ArgsProduct({benchmark::CreateDenseRange(0, krel::kPresetCount - 1, 1), {960, 192, 128}})
         ->UseManualTime();
 
 // The wrapper around an idle core, 16-bit stereo. Arg: 1 leaves gain and compressor out.

@@ -1,4 +1,5 @@
-// What every benchmark here reports: time per sample, as the counter "s/sample" (12.3n means 12.3 ns).
+// What every benchmark here reports: time per sample, as the counter "s/sample" (12.3n means 12.3
+// ns).
 #ifndef KREL_BENCH_REPORT_H
 #define KREL_BENCH_REPORT_H
 
@@ -7,7 +8,8 @@
 
 namespace krel_bench {
 
-/// Call once after the timing loop; `samples` is the number processed per iteration (frames for multi-channel audio).
+/// Call once after the timing loop; `samples` is the number processed per iteration (frames for
+/// multi-channel audio).
 inline void report_per_sample(benchmark::State& state, int64_t samples) {
     state.counters["s/sample"] =
             benchmark::Counter(static_cast<double>(state.iterations() * samples),

@@ -1,14 +1,12 @@
 #include <algorithm>
-#include <vector>
 
-#include "bench/report.h"
-#include "core/reverb.h"
+#include "bench/voice_blocks.h"
+#include "delay/reverb.h"
 #include "tests/support/signals.h"
 
 namespace {
 
-constexpr int kBlock = 128;
-constexpr int kRate = 48000;
+using krel_bench::kRate;
 
 // Settings of the first reverberating voice at 44.1 kHz and above. Arg: 0 mono, 1 stereo.
 void BM_Reverb(benchmark::State& state) {
@@ -23,22 +21,12 @@ void BM_Reverb(benchmark::State& state) {
     reverb_setwidth(&rv, 2048);
     reverb_setgain(&rv, 1024);
     reverb_update(&rv);
-    std::vector<int16_t> l(kBlock);
-    std::vector<int16_t> r(kBlock);
-    size_t at = 0;
-    for (auto _ : state) {
-        std::copy_n(voice.begin() + static_cast<std::ptrdiff_t>(at), kBlock, l.begin());
-        at = at + 2 * kBlock <= voice.size() ? at + kBlock : 0;
-        if (stereo) {
-            r = l;
-            reverb_process_stereo(&rv, l.data(), r.data(), l.data(), r.data(), kBlock);
-        } else {
-            reverb_process_mono(&rv, l.data(), l.data(), kBlock);
-        }
-        benchmark::DoNotOptimize(l.data());
-        benchmark::ClobberMemory();
-    }
-    krel_bench::report_per_sample(state, kBlock);
+    int16_t right[krel::kVoiceBlock];
+    krel_bench::run_voice<int16_t>(state, voice, [&](int16_t* left) {
+        if (!stereo) return reverb_process_mono(&rv, left, left, krel::kVoiceBlock);
+        std::copy_n(left, krel::kVoiceBlock, right);
+        reverb_process_stereo(&rv, left, right, left, right, krel::kVoiceBlock);
+    });
     reverb_end(&rv);
 }
 BENCHMARK(BM_Reverb)->ArgName("stereo")->Arg(0)->Arg(1);

@@ -1,6 +1,6 @@
 #include <vector>
 
-#include "bench/report.h"
+#include "bench/voice_blocks.h"
 #include "spectral/pitch.h"
 #include "spectral/transform.h"
 #include "spectral/vocal.h"
@@ -10,23 +10,16 @@
 
 namespace {
 
-constexpr int kBlock = 128;
-constexpr int kRate = 48000;
+using krel::kVoiceBlock;
+using krel_bench::kRate;
 
 /// Feeds a voice in blocks through process(ctx, in, out, frames).
 template <typename Context>
-void run_voice(benchmark::State& state, Context* ctx,
-               int (*process)(void*, int16_t*, int16_t*, int)) {
-    const auto voice = krel_test::voice_s16(kRate, kRate);
-    std::vector<int16_t> block(kBlock);
-    size_t at = 0;
-    for (auto _ : state) {
-        std::copy_n(voice.begin() + static_cast<ptrdiff_t>(at), kBlock, block.begin());
-        at = at + 2 * kBlock <= voice.size() ? at + kBlock : 0;
-        process(ctx, block.data(), block.data(), kBlock);
-        benchmark::DoNotOptimize(block.data());
-    }
-    krel_bench::report_per_sample(state, kBlock);
+void run_effect(benchmark::State& state, Context* ctx,
+                int (*process)(void*, int16_t*, int16_t*, int)) {
+    krel_bench::run_voice<int16_t>(state, krel_test::voice_s16(kRate, kRate), [&](int16_t* block) {
+        process(ctx, block, block, kVoiceBlock);
+    });
 }
 
 // One forward and one inverse transform per hop: the floor under every effect of this family.
@@ -49,7 +42,7 @@ BENCHMARK(BM_FftPair)->Arg(512)->Arg(1024)->Arg(2048);
 void BM_Pitch(benchmark::State& state) {
     pitch_ctx_t pitch;
     pitch_init(&pitch, kRate, static_cast<float>(state.range(0)) / 100.0f);
-    run_voice(state, &pitch, pitch_process);
+    run_effect(state, &pitch, pitch_process);
     pitch_deinit(&pitch);
 }
 BENCHMARK(BM_Pitch)->Arg(78)->Arg(136);
@@ -57,7 +50,7 @@ BENCHMARK(BM_Pitch)->Arg(78)->Arg(136);
 void BM_Vocoder(benchmark::State& state) {
     vocoder_ctx_t vocoder;
     vocoder_init(&vocoder, kRate, krel::kCarrier);
-    run_voice(state, &vocoder, vocoder_process);
+    run_effect(state, &vocoder, vocoder_process);
     vocoder_deinit(&vocoder);
 }
 BENCHMARK(BM_Vocoder);
@@ -67,7 +60,7 @@ void BM_Vocal(benchmark::State& state) {
     vocal_ctx_t vocal;
     vocal_init(&vocal, kRate, static_cast<float>(static_cast<double>(state.range(0)) * 1e-7),
                static_cast<int>(state.range(1)));
-    run_voice(state, &vocal, vocal_process);
+    run_effect(state, &vocal, vocal_process);
     vocal_deinit(&vocal);
 }
 BENCHMARK(BM_Vocal)
@@ -78,16 +71,17 @@ BENCHMARK(BM_Vocal)
         ->Args({10000000, 4})
         ->Args({10000000, 5});
 
-// Silent frames below ratio 1 are full of NaN, fading voices of small numbers: neither may cost more.
+// Silent frames below ratio 1 are full of NaN, fading voices of small numbers: neither may cost
+// more.
 void BM_VocalSilence(benchmark::State& state) {
     vocal_ctx_t vocal;
     vocal_init(&vocal, kRate, static_cast<float>(static_cast<double>(state.range(0)) * 1e-7), 0);
-    std::vector<int16_t> block(kBlock);
+    std::vector<int16_t> block(kVoiceBlock);
     for (auto _ : state) {
-        vocal_process(&vocal, block.data(), block.data(), kBlock);
+        vocal_process(&vocal, block.data(), block.data(), kVoiceBlock);
         benchmark::DoNotOptimize(block.data());
     }
-    krel_bench::report_per_sample(state, kBlock);
+    krel_bench::report_per_sample(state, kVoiceBlock);
     vocal_deinit(&vocal);
 }
 BENCHMARK(BM_VocalSilence)->ArgName("ratio")->Arg(6250000)->Arg(10000000);

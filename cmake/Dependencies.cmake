@@ -45,8 +45,7 @@ else()
         ${ne10_dsp}/NE10_fft_generic_float32.neonintrinsic.cpp
         ${ne10_dsp}/NE10_fft_int32.c
         ${ne10_dsp}/NE10_fft_generic_int32.cpp)
-    # SIMDe would take a fused multiply-add where the build machine has one: the bits would depend on the machine.
-    target_compile_definitions(krel_ne10 PRIVATE NE10_UNROLL_LEVEL=0 SIMDE_X86_FMA_NO_NATIVE)
+    target_compile_definitions(krel_ne10 PRIVATE NE10_UNROLL_LEVEL=0)
     target_include_directories(krel_ne10 SYSTEM PUBLIC ${ne10}/inc PRIVATE ${ne10}/common ${ne10_dsp})
     if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm")
         target_include_directories(krel_ne10 BEFORE PRIVATE ${PROJECT_SOURCE_DIR}/cmake/simde)
@@ -56,17 +55,18 @@ else()
 endif()
 
 # ---- SpeexDSP: the resampler, fixed-point build ---------------------------------------------------------------------
-# Scalar on every target (no USE_NEON), so that all of them give the same bits.
+# Without the package's USE_NEON, so that every target gives the same bits. dsp/resampler.c includes the package's source.
 set(speexdsp "${PROJECT_BINARY_DIR}/_deps/speexdsp")
 krel_unpack_speexdsp("${KREL_TARBALL_DIR}" "${speexdsp}")
 set(speexdsp "${speexdsp}/speexdsp-1.2.1")
+set(KREL_SPEEXDSP_SOURCE "${speexdsp}")
 set(KREL_SPEEXDSP_LICENSE "${speexdsp}/COPYING")
-add_library(krel_speexdsp STATIC ${speexdsp}/libspeexdsp/resample.c)
-target_compile_definitions(krel_speexdsp PRIVATE FIXED_POINT VAR_ARRAYS EXPORT=)
-target_include_directories(krel_speexdsp SYSTEM PUBLIC ${speexdsp}/include)
+add_library(krel_speexdsp STATIC ${PROJECT_SOURCE_DIR}/dsp/resampler.c)
+target_include_directories(krel_speexdsp SYSTEM PUBLIC ${speexdsp}/include PRIVATE ${speexdsp})
 krel_third_party(krel_speexdsp)
-# Its 32-bit sums may leave their range on full-scale input: they wrap, everywhere alike.
-target_compile_options(krel_speexdsp PRIVATE -fwrapv)
+# Its 32-bit sums may leave their range on full-scale input: they wrap, everywhere alike. Without traps to mind, the design of
+# its filters vectorises.
+target_compile_options(krel_speexdsp PRIVATE -fwrapv -fno-trapping-math)
 
 # ---- liblog ---------------------------------------------------------------------------------------------------------
 add_library(krel_liblog INTERFACE)

@@ -13,7 +13,9 @@ if(NOT CMAKE_BUILD_TYPE)
     set(CMAKE_BUILD_TYPE Release)
 endif()
 
-# x86-64 is the desk, not the product: use what the build machine has, AVX2 or else SSE4.2. The results are the same bits.
+# x86-64 is the desk, not the product: use what the build machine has, AVX2 or else SSE4.2. The results are the same bits,
+# also as on arm64: gcc fuses the two halves of complex products in spite of -ffp-contract=off, unless there is no such
+# instruction.
 set(KREL_ARCH_FLAGS "")
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
     set(level x86-64-v2)
@@ -24,12 +26,15 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
         endif()
     endif()
     set(KREL_X86_LEVEL ${level} CACHE STRING "-march value of x86-64 builds")
-    set(KREL_ARCH_FLAGS -march=${KREL_X86_LEVEL})
+    set(KREL_ARCH_FLAGS -march=${KREL_X86_LEVEL} -mno-fma)
 endif()
 
-set(KREL_NEON 0)
-if(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
-    set(KREL_NEON 1)
+# 32-bit ARM: NEON is part of every device in scope. Its multiply-accumulate rounds twice there, as everywhere else.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "armv7")
+    set(KREL_ARCH_FLAGS -march=armv7-a -mfpu=neon)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        list(APPEND KREL_ARCH_FLAGS -Wno-psabi -Wno-restrict)  # gcc 7 changed a convention; 12 has false alarms
+    endif()
 endif()
 
 add_library(krel_flags INTERFACE)
@@ -41,7 +46,6 @@ target_compile_options(krel_flags INTERFACE
     -ffp-contract=off -fno-math-errno -fno-trapping-math
     -fvisibility=hidden -fstack-protector-strong
     $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
-target_compile_definitions(krel_flags INTERFACE KREL_NEON=${KREL_NEON})
 if(KREL_SANITIZE)
     target_compile_options(krel_flags INTERFACE -fsanitize=${KREL_SANITIZE} -fno-sanitize-recover=all
         -fno-omit-frame-pointer)
@@ -60,23 +64,28 @@ target_link_libraries(krel_product_flags INTERFACE krel_flags)
 target_compile_options(krel_product_flags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
 
+# krel_use(TARGET PRIVATE base ne10 ...)
+#
+# Links a target with folders and dependencies (Dependencies.cmake), named without the krel_ that all of ours begin with.
+function(krel_use target visibility)
+    list(TRANSFORM ARGN PREPEND krel_)
+    target_link_libraries(${target} ${visibility} ${ARGN})
+endfunction()
+
 # krel_add_folder(NAME dsp SOURCES a.cpp ... USES base ...)
 #
-# One static library per folder of the product, position independent. USES names the folders (and dependencies, with
-# their full krel_ name) it may call: a folder's own tests link only these, so an upward call does not link.
+# One static library per folder of the product, position independent. USES names the folders and dependencies that it may
+# include and call: a folder's own tests link only these, so an upward call does not link, and scripts/check_layers.py
+# reads these lines. APART keeps the folder out of libkrelvcp.so.
 function(krel_add_folder)
-    cmake_parse_arguments(arg "" "NAME" "SOURCES;USES" ${ARGN})
+    cmake_parse_arguments(arg "APART" "NAME" "SOURCES;USES" ${ARGN})
     set(target krel_${arg_NAME})
     add_library(${target} STATIC ${arg_SOURCES})
     set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
     target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
     target_link_libraries(${target} PRIVATE krel_product_flags)
-    foreach(used IN LISTS arg_USES)
-        if(TARGET krel_${used})
-            target_link_libraries(${target} PUBLIC krel_${used})
-        else()
-            target_link_libraries(${target} PUBLIC ${used})
-        endif()
-    endforeach()
-    set_property(GLOBAL APPEND PROPERTY KREL_FOLDERS ${target})
+    krel_use(${target} PUBLIC ${arg_USES})
+    if(NOT arg_APART)
+        set_property(GLOBAL APPEND PROPERTY KREL_FOLDERS ${target})
+    endif()
 endfunction()

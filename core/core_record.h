@@ -6,8 +6,8 @@
 
 #include <type_traits>
 
-#include "core/echos.h"
-#include "core/reverb.h"
+#include "delay/echos.h"
+#include "delay/reverb.h"
 #include "pitch_stream/pitch_stream.h"
 #include "spectral/pitch.h"
 #include "spectral/vocal.h"
@@ -20,8 +20,8 @@ enum FifoState : int32_t { kPriming = 1, kRunning = 2 };
 
 }  // namespace krel
 
-/// Comes from malloc and is not cleared: every member but the first three holds garbage until the preset's set-up writes
-/// it, and only members that the preset has set up may be read.
+/// Comes from malloc and is not cleared: every member but the first three holds garbage until the
+/// preset's set-up writes it, and only members that the preset has set up may be read.
 struct vcp_core_t {
     int32_t sample_rate;  // Hz
     int32_t mode_set;     // 0 until the preset is chosen, then 1
@@ -44,6 +44,7 @@ struct vcp_core_t {
     int16_t* fifo_buffer;  // owned, fifo_capacity samples
     int32_t fifo_prime_level;
     int32_t fifo_state;
+    int32_t settling;  // samples until the stream's delay is steered
 };
 static_assert(std::is_trivial_v<vcp_core_t>);
 

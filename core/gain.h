@@ -6,7 +6,8 @@
 
 namespace krel {
 
-/// Multiplies `frames` samples by eighths / 8 in place, 0 < eighths; rounds toward minus infinity, saturates to 16 bits.
+/// Multiplies `frames` samples by eighths / 8 in place, 0 < eighths; rounds toward minus infinity,
+/// saturates to 16 bits.
 void gain_eighths(int16_t* block, int frames, int32_t eighths);
 
 }  // namespace krel

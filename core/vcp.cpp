@@ -5,16 +5,16 @@
 #include "base/log.h"
 #include "core/chains.h"
 #include "core/core_record.h"
-#include "core/modes.h"
+#include "core/presets.h"
 
 using namespace krel;
 
 namespace {
 
 /// The row of the core's preset; out of range it is one that does nothing.
-const ModeRow& row_of(const vcp_core_t* core) {
-    static constexpr ModeRow kNone;
-    return core->mode >= 0 && core->mode < kModeCount ? kModes[core->mode] : kNone;
+const preset_row& row_of(const vcp_core_t* core) {
+    static constexpr preset_row kNone;
+    return core->mode >= 0 && core->mode < kPresetCount ? kPresets[core->mode] : kNone;
 }
 
 }  // namespace
@@ -28,13 +28,13 @@ void* vcp_init(int sample_rate) {
     return core;
 }
 
-int vcp_set_mode(void* handle, int mode) {
+int vcp_set_mode(void* handle, int preset) {
     auto* core = static_cast<vcp_core_t*>(handle);
     if (core == nullptr) return -1;
     if (core->mode_set != 0) return 0;
-    KREL_LOGD(kCoreTag, "vcp_set_mode: mode %d", mode);
+    KREL_LOGD(kCoreTag, "vcp_set_mode: mode %d", preset);
     core->mode_set = 1;
-    core->mode = mode;
+    core->mode = preset;
     chain_init(core, row_of(core));
     return 0;
 }

@@ -12,6 +12,7 @@ namespace {
 constexpr int sign(float v) { return (v > 0.0f ? 1 : 0) - (v < 0.0f ? 1 : 0); }
 
 /// Widths h and slopes del of the n - 1 intervals between the knots.
+/// h[0..n-2] become the widths and del[0..n-2] the slopes between the knots x[0..n-1], y[0..n-1].
 void measure_intervals(const float* x, const float* y, float* h, float* del, int n) {
     for (int j = 0; j < n - 1; ++j) {
         h[j] = x[j + 1] - x[j];
@@ -19,7 +20,8 @@ void measure_intervals(const float* x, const float* y, float* h, float* del, int
     }
 }
 
-/// Slope between two intervals of widths h0, h1 and slopes del0, del1: their harmonic mean, weighted by the widths.
+/// Slope between two intervals of widths h0, h1 and slopes del0, del1: their harmonic mean,
+/// weighted by the widths.
 float inner_slope(float h0, float h1, float del0, float del1) {
     const float hs = h0 + h1;
     const float w1 = (h0 + hs) / (3.0f * hs);
@@ -37,13 +39,14 @@ float end_slope(float h0, float h1, float del0, float del1) {
     return d;
 }
 
-/// The piece that a query belongs to. Linear: a curve has a dozen knots.
+/// The piece that a query belongs to, 0..n-2. Linear: a curve has a dozen knots.
 int find_piece(const Poly* pp, float v) {
     int k = 1;
     while (k < pp->n - 1 && !(pp->breaks[k] >= v)) ++k;
     return k - 1;
 }
 
+/// The cubic of the query's piece, in powers of the distance from its left knot.
 float evaluate(const Poly* pp, float v) {
     const int j = find_piece(pp, v);
     const float t = v - pp->breaks[j];

@@ -63,7 +63,8 @@ int32_t block_gain_q13(drc_t* drc) {
     return add_wrap_s32(applied_q13, sub_wrap_s32(drc->gain, applied_q13) >> 1);
 }
 
-/// Enters the newest target into the history and returns the least of it, Q17.
+/// Enters the newest target as history[history_len], returns the least of history[0..history_len]
+/// and moves them down by one; Q17.
 int32_t least_recent_gain(drc_t* drc, int32_t newest_q17) {
     int32_t* history = drc->gain_history;
     history[drc->history_len] = newest_q17;
@@ -75,6 +76,7 @@ int32_t least_recent_gain(drc_t* drc, int32_t newest_q17) {
     return least;
 }
 
+/// One step from c up to target = c + d; 8 <= d.
 int32_t glide_up(int32_t c, int32_t d, int32_t target) {
     if (d <= 64) return add_wrap_s32(c, d >> 3);
     const int shift = d <= 1024    ? 6
@@ -87,6 +89,7 @@ int32_t glide_up(int32_t c, int32_t d, int32_t target) {
     return std::min(add_wrap_s32(c, step), target);
 }
 
+/// One step from c down to target = c + d; d <= -8.
 int32_t glide_down(int32_t c, int32_t d, int32_t target) {
     const int32_t fall = sub_wrap_s32(0, d);
     if (d >= -32) return sub_wrap_s32(c, fall >> 3);
@@ -95,20 +98,23 @@ int32_t glide_down(int32_t c, int32_t d, int32_t target) {
     return std::max(sub_wrap_s32(c, step), target);
 }
 
-/// One sample's step of the applied gain toward the target, both Q17. Falls faster than it rises, never overshoots.
+/// One sample's step of the applied gain toward the target, both Q17. Falls faster than it rises,
+/// never overshoots.
 int32_t glide(int32_t c, int32_t target) {
     const int32_t d = sub_wrap_s32(target, c);
     if (d > -8 && d < 8) return target;
     return d > 0 ? glide_up(c, d, target) : glide_down(c, d, target);
 }
 
+/// One step of the gate gain toward its target, both Q17.
 int32_t glide_gate(int32_t gate, int32_t target) {
     const int32_t e = sub_wrap_s32(target, gate);
     if (e <= 0) return add_wrap_s32(gate, e >> 5);
     return e < 8 ? target : add_wrap_s32(gate, e >> 3);
 }
 
-/// The applied gains of the next `run` samples, in order. Both glides end exactly on their targets and then rest.
+/// gains[0..run-1] become the applied gains of the next samples. Both glides end exactly on their
+/// targets and then rest.
 void glide_run(drc_t* drc, int32_t target, int32_t gate_target, int32_t* gains, int run) {
     int32_t c = drc->current_gain;
     int i = 0;
@@ -122,7 +128,8 @@ void glide_run(drc_t* drc, int32_t target, int32_t gate_target, int32_t* gains, 
     }
 }
 
-/// Swaps `run` samples with the delay line, which does not wrap inside the run, and applies the gains to the old ones.
+/// Swaps in[0..run-1] with line[0..run-1], the delay line from its position on, which does not wrap
+/// inside the run, and applies the gains to the old ones.
 void apply_run(int32_t* line, const int32_t* in, const int32_t* gains, int16_t* out, int run) {
     for (int i = 0; i < run; ++i) {
         const int32_t x = line[i];

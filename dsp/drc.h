@@ -1,9 +1,10 @@
 /**
  * Dynamic range compressor: a block-wise integer peak limiter with a look-ahead delay line.
  *
- * Input samples are 32-bit values on the 16-bit scale that may exceed its range; output is saturated 16-bit. Once per
- * call a target gain is derived from a smoothed peak; per sample the applied gain glides to the least target of the last
- * few calls and multiplies the delayed input. Gains are fixed point: Q13 (8192 is 1.0) and Q17 (131072 is 1.0).
+ * Input samples are 32-bit values on the 16-bit scale that may exceed its range; output is
+ * saturated 16-bit. Once per call a target gain is derived from a smoothed peak; per sample the
+ * applied gain glides to the least target of the last few calls and multiplies the delayed input.
+ * Gains are fixed point: Q13 (8192 is 1.0) and Q17 (131072 is 1.0).
  *
  * One instance belongs to one thread at a time; nothing here locks.
  */
@@ -18,13 +19,17 @@ KREL_C_BEGIN
 
 /** Settings, read by drc_init() only. */
 typedef struct drc_params_t {
-    int32_t history_blocks; /**< past blocks whose target gains are kept besides the current one; 1 or more */
-    int32_t delay_unit; /**< samples; the delay line holds history_blocks * delay_unit of them; 1 or more */
-    int32_t attack_shift; /**< the envelope rises by (level - envelope) >> attack_shift per block, 0..31 */
+    /** past blocks whose target gains are kept besides the current one; 1 or more */
+    int32_t history_blocks;
+    /** samples; the delay line holds history_blocks * delay_unit of them; 1 or more */
+    int32_t delay_unit;
+    /** the envelope rises by (level - envelope) >> attack_shift per block, 0..31 */
+    int32_t attack_shift;
     int32_t release_shift; /**< the same for falling, 0..31 */
     int32_t threshold;     /**< envelope ceiling on the 16-bit sample scale, positive */
     int32_t gain;          /**< target gain, Q13 */
-    int32_t noise_floor; /**< mean level below which the gate gain sinks; below 3 it is taken as 2 */
+    /** mean level below which the gate gain sinks; below 3 it is taken as 2 */
+    int32_t noise_floor;
 } drc_params_t;
 
 /** State. Storage belongs to the caller, the two arrays to the record. */
@@ -47,9 +52,10 @@ typedef struct drc_t {
 } drc_t;
 
 /**
- * Sets every field of *drc from *params and allocates the two arrays, zeroed. Does not free arrays of an earlier init:
- * call drc_deinit() first. After a failed allocation, or with a history or delay length below 1, drc_process() processes no
- * sample and leaves its output as it was. Null arguments: nothing happens.
+ * Sets every field of *drc from *params and allocates the two arrays, zeroed. Does not free arrays
+ * of an earlier init: call drc_deinit() first. After a failed allocation, or with a history or
+ * delay length below 1, drc_process() processes no sample and leaves its output as it was. Null
+ * arguments: nothing happens.
  */
 KREL_EXPORT void drc_init(drc_t* drc, drc_params_t* params);
 
@@ -57,16 +63,18 @@ KREL_EXPORT void drc_init(drc_t* drc, drc_params_t* params);
 KREL_EXPORT void drc_deinit(drc_t* drc);
 
 /**
- * Compresses one block of n samples from in to out, which must not overlap; out lags in by delay_len samples.
+ * Compresses one block of n samples from in to out, which must not overlap; out lags in by
+ * delay_len samples.
  *
- * n < 1 touches no sample but moves the smoothed states as a silent block does. Channels are unknown here: one stream.
+ * n < 1 touches no sample but moves the smoothed states as a silent block does. Channels are
+ * unknown here: one stream.
  * Real time: allocates nothing.
  */
 KREL_EXPORT void drc_process(drc_t* drc, int32_t* in, int16_t* out, int n);
 
 /**
- * Returns the largest |in[i]| of n samples, at least 0, and writes their mean absolute value to *mean (0 for n < 1).
- * INT32_MIN counts as 2^31 in the mean and is ignored by the peak.
+ * Returns the largest |in[i]| of n samples, at least 0, and writes their mean absolute value to
+ * *mean (0 for n < 1). INT32_MIN counts as 2^31 in the mean and is ignored by the peak.
  */
 KREL_EXPORT int find_current_max_drc(int32_t* in, int32_t* mean, int n);
 

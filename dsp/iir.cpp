@@ -53,7 +53,10 @@ void store(float y, int16_t& out) { out = s16_from_float_sat(y); }
 template <typename Sample>
 void filter_channel(const iir_biquad_t& c, history h, const Sample* in, Sample* out, int n,
                     int stride) {
-    float x1 = h.x1, x2 = h.x2, y1 = h.y1, y2 = h.y2;
+    float x1 = h.x1;
+    float x2 = h.x2;
+    float y1 = h.y1;
+    float y2 = h.y2;
     for (int i = 0; i < n; ++i, in += stride, out += stride) {
         const auto x = static_cast<float>(*in);
         const float y = c.b0 * x + c.b1 * x1 + c.b2 * x2 - c.a1 * y1 - c.a2 * y2;

@@ -25,6 +25,7 @@ struct peq_state {
 };
 static_assert(sizeof(peq_state) == 76 * sizeof(int32_t));
 
+/// One sample through one band; the sum wraps in 64 bits, the result in 32.
 int32_t filter(const coefficients& c, history& h, int32_t x) {
     h.x0 = x;
     int64_t sum_q28 = mul_wide(c.b0, x);
@@ -40,6 +41,7 @@ int32_t filter(const coefficients& c, history& h, int32_t x) {
     return y;
 }
 
+/// One sample through bands[0..num_bands-1] in turn.
 int32_t filter_bands(const peq_state* s, history* histories, int32_t x) {
     for (int32_t k = 0; k < s->num_bands; ++k) x = filter(s->bands[k], histories[k], x);
     return x;

@@ -1,6 +1,7 @@
 /**
- * Parametric equaliser: a cascade of up to five biquads with the caller's coefficients, for 32-bit stereo in separate
- * channel buffers or 16-bit mono. All integer; coefficients are Q28 (2^28 is 1.0).
+ * Parametric equaliser: a cascade of up to five biquads with the caller's coefficients, for 32-bit
+ * stereo in separate channel buffers or 16-bit mono. All integer; coefficients are Q28 (2^28 is
+ * 1.0).
  *
  * One instance belongs to one thread at a time; nothing here locks.
  */
@@ -33,22 +34,26 @@ typedef struct peq_stereo_param_t {
 /**
  * Returns an equaliser at rest for peq_deinit(), or null without parameters or memory.
  *
- * The enable flags are only counted: with k of them set, bands 0 to k-1 run, whichever carry the flag. Enable bands from
- * the first one on.
+ * The enable flags are only counted: with k of them set, bands 0 to k-1 run, whichever carry the
+ * flag. Enable bands from the first one on.
  */
 KREL_EXPORT void* peq_init(const peq_stereo_param_t* params);
 
 /**
- * Filters n samples per channel. Each output may be its own input, or the other channel's as long as both are swapped.
+ * Filters n samples per channel. Each output may be its own input, or the other channel's as long
+ * as both are swapped.
  *
- * Sums are 64-bit, and the low 32 bits of each band's result count: beyond 32 bits it wraps, nothing saturates. With no
- * band enabled the input is copied. Splitting a stream into calls does not change the output. n < 1 or null arguments:
- * nothing happens. Real time: allocates nothing.
+ * Sums are 64-bit, and the low 32 bits of each band's result count: beyond 32 bits it wraps,
+ * nothing saturates. With no band enabled the input is copied. Splitting a stream into calls does
+ * not change the output. n < 1 or null arguments: nothing happens. Real time: allocates nothing.
  */
 KREL_EXPORT void peq_stereo_process(void* state, int32_t* inL, int32_t* inR, int32_t* outL,
                                     int32_t* outR, int n);
 
-/** The same for n mono samples, with the left channel's history; the output is saturated to 16 bits, bands are not. */
+/**
+ * The same for n mono samples, with the left channel's history; the output is saturated to 16 bits,
+ * bands are not.
+ */
 KREL_EXPORT void peq_mono_process(void* state, int16_t* in, int16_t* out, int n);
 
 /** Frees the equaliser. Null is accepted. */

@@ -1,29 +1,19 @@
-#include <cutils/properties.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "base/log.h"
+#include "effect/dump.h"
 #include "effect/instance.h"
+#include "effect/interface.h"
 #include "wrapper/voice_changer.h"
 
 namespace krel {
 namespace {
 
-constexpr char kDumpProperty[] = "audio.krel.vcp.dump";
-constexpr int32_t kPresetParam = 0;
-constexpr int32_t kPresetOff = -1;
+constexpr int32_t kFadeInCalls = 2;  // one silent block, one ramp
 
-/// An effect_param_t with one 32-bit parameter and one 32-bit value, as it lies in a command or reply.
-struct preset_param {
-    int32_t status;
-    uint32_t psize;
-    uint32_t vsize;
-    int32_t id;
-    int32_t value;
-};
-constexpr uint32_t kSetParamBytes = sizeof(preset_param);
-constexpr uint32_t kGetParamBytes = kSetParamBytes - sizeof(int32_t);
-static_assert(kSetParamBytes == 20);
+constexpr uint32_t kSetParamBytes = sizeof(krel_vcp_param_t);
+constexpr uint32_t kGetParamBytes = offsetof(krel_vcp_param_t, value);
+static_assert(kSetParamBytes == sizeof(effect_param_t) + 2 * sizeof(int32_t));
 
 /// Payloads and replies may lie at any address: they are copied, never read through a cast pointer.
 template <typename T>
@@ -61,7 +51,8 @@ int32_t format_type_of(uint32_t format) {
     }
 }
 
-/// Channels of an output mask. The positions are Android 10's on every platform version, whose own helpers differ.
+/// Channels of an output mask. The positions are Android 10's on every platform version, whose own
+/// helpers differ.
 uint32_t channel_count(uint32_t mask) {
     constexpr uint32_t kPositions = 0x300FFFFF;
     constexpr uint32_t kIndices = 0x3FFFFFFF;
@@ -75,6 +66,61 @@ bool access_is_usable(const effect_config_t& cfg) {
     return cfg.inputCfg.accessMode == EFFECT_BUFFER_ACCESS_READ &&
            (cfg.outputCfg.accessMode == EFFECT_BUFFER_ACCESS_WRITE ||
             cfg.outputCfg.accessMode == EFFECT_BUFFER_ACCESS_ACCUMULATE);
+}
+
+/// Makes the voice changer anew from the stored configuration and preset, and reads the dump
+/// property again. 0 or -EINVAL: there is none then.
+int32_t rebuild_voice_changer(krel_vcp_context_t* ctx) {
+    KREL_LOGD(kEffectTag, "init");
+    if (ctx->wrapper != nullptr) {
+        krel_voice_changer_deinit(ctx->wrapper);
+        ctx->wrapper = nullptr;
+    }
+    ctx->wrapper = krel_voice_changer_init(ctx->channels, ctx->sampleRate, ctx->formatType, 0);
+    if (ctx->wrapper == nullptr) {
+        KREL_LOGW(kEffectTag, "init: no work context!");
+        return -EINVAL;
+    }
+    krel_voice_changer_set_mode(ctx->wrapper, ctx->mode);
+    ctx->dumpEnabled = read_dump_property();
+    return 0;
+}
+
+/// Checks and stores a configuration, then rebuilds the voice changer. 0 or -EINVAL: a
+/// configuration that is refused leaves everything as it was, one whose voice changer cannot be
+/// built is stored and leaves none.
+int32_t configure(krel_vcp_context_t* ctx, const effect_config_t* cfg) {
+    const buffer_config_t& in = cfg->inputCfg;
+    const buffer_config_t& out = cfg->outputCfg;
+    KREL_LOGD(kEffectTag, "configure format:%d, channels:%d, samplingRate:%d", in.format,
+              static_cast<int>(in.channels), static_cast<int>(in.samplingRate));
+    if (in.channels != out.channels) {
+        KREL_LOGW(kEffectTag, "configure: channels configure error");
+        return -EINVAL;
+    }
+    if (!access_is_usable(*cfg)) {
+        KREL_LOGW(kEffectTag, "configure: accessMode configure error");
+        return -EINVAL;
+    }
+    if (in.format != out.format) {
+        KREL_LOGW(kEffectTag, "configure: format configure error");
+        return -EINVAL;
+    }
+    if (in.samplingRate != out.samplingRate || in.samplingRate != ctx->sampleRate) {
+        KREL_LOGD(kEffectTag, "configure: samplingRate configure %d",
+                  static_cast<int>(in.samplingRate));
+        ctx->sampleRate = in.samplingRate;
+    }
+    ctx->convertFloat = in.format == AUDIO_FORMAT_PCM_FLOAT;
+    ctx->format = ctx->convertFloat ? uint32_t{AUDIO_FORMAT_PCM_32_BIT} : in.format;
+    ctx->formatType = format_type_of(ctx->format);
+    ctx->channels = channel_count(in.channels);
+    ctx->config = *cfg;
+    if (ctx->convertFloat) {
+        ctx->config.inputCfg.format = AUDIO_FORMAT_PCM_32_BIT;
+        ctx->config.outputCfg.format = AUDIO_FORMAT_PCM_32_BIT;
+    }
+    return rebuild_voice_changer(ctx);
 }
 
 int32_t set_config(krel_vcp_context_t* ctx, uint32_t size, const void* data, reply_view reply) {
@@ -116,12 +162,12 @@ void choose_preset(krel_vcp_context_t* ctx, int32_t preset) {
 
 int32_t set_param(krel_vcp_context_t* ctx, uint32_t size, const void* data, reply_view reply) {
     if (data == nullptr || size != kSetParamBytes || !reply.holds(sizeof(int32_t))) return -EINVAL;
-    const auto param = load<preset_param>(data);
+    const auto param = load<krel_vcp_param_t>(data);
     const bool well_formed = param.psize == sizeof param.id && param.vsize == sizeof param.value;
     reply.put(well_formed ? 0 : -EINVAL);
-    if (well_formed && param.id == kPresetParam) choose_preset(ctx, param.value);
+    if (well_formed && param.id == KREL_VCP_PARAM_PRESET) choose_preset(ctx, param.value);
     // Whatever was set: an instance that is switched off stays off. Its state stays active.
-    if (ctx->mode == kPresetOff) ctx->enabled = false;
+    if (ctx->mode == KREL_VCP_PRESET_OFF) ctx->enabled = false;
     return 0;
 }
 
@@ -129,14 +175,14 @@ int32_t get_param(const krel_vcp_context_t* ctx, uint32_t size, const void* data
                   reply_view reply) {
     if (data == nullptr || size != kGetParamBytes || !reply.has_room(kSetParamBytes))
         return -EINVAL;
-    preset_param param = {};
+    krel_vcp_param_t param = {};
     memcpy(&param, data, kGetParamBytes);
     param.status = param.psize == sizeof param.id ? 0 : -EINVAL;
     uint32_t reply_bytes = kGetParamBytes;
     if (param.status == 0) {
         param.vsize = sizeof param.value;
         reply_bytes = kSetParamBytes;
-        if (param.id == kPresetParam)
+        if (param.id == KREL_VCP_PARAM_PRESET)
             memcpy(static_cast<char*>(reply.data) + kGetParamBytes, &ctx->mode, sizeof ctx->mode);
     }
     memcpy(reply.data, &param, kGetParamBytes);
@@ -148,10 +194,10 @@ int32_t set_sample_rate(krel_vcp_context_t* ctx, uint32_t size, const void* data
                         reply_view reply) {
     if (data == nullptr || size != sizeof(uint32_t)) return -EINVAL;
     const auto rate = load<uint32_t>(data);
-    KREL_LOGD(kEffectTag, "%s: EFFECT_CMD_SET_SAMPLE_RATE: %d", "command", static_cast<int>(rate));
+    KREL_LOGD(kEffectTag, "command: EFFECT_CMD_SET_SAMPLE_RATE: %d", static_cast<int>(rate));
     ctx->sampleRate = rate;
     if (ctx->wrapper == nullptr) return -EINVAL;
-    init(ctx);
+    rebuild_voice_changer(ctx);
     if (ctx->wrapper == nullptr) return -EINVAL;
     reply.put(0);
     return 0;
@@ -165,59 +211,6 @@ int32_t acknowledge_word(uint32_t size, const void* data, reply_view reply) {
 }
 
 }  // namespace
-
-int32_t init(krel_vcp_context_t* ctx) {
-    KREL_LOGD(kEffectTag, "%s", "init");
-    if (ctx->wrapper != nullptr) {
-        krel_voice_changer_deinit(ctx->wrapper);
-        ctx->wrapper = nullptr;
-    }
-    ctx->wrapper = krel_voice_changer_init(ctx->channels, ctx->sampleRate, ctx->formatType, 0);
-    if (ctx->wrapper == nullptr) {
-        KREL_LOGW(kEffectTag, "init: no work context!");
-        return -EINVAL;
-    }
-    krel_voice_changer_set_mode(ctx->wrapper, ctx->mode);
-
-    char dump[PROPERTY_VALUE_MAX] = {};
-    property_get(kDumpProperty, dump, "0");
-    ctx->dumpEnabled = static_cast<int32_t>(strtol(dump, nullptr, 10));
-    return 0;
-}
-
-int32_t configure(krel_vcp_context_t* ctx, const effect_config_t* cfg) {
-    const buffer_config_t& in = cfg->inputCfg;
-    const buffer_config_t& out = cfg->outputCfg;
-    KREL_LOGD(kEffectTag, "%s format:%d, channels:%d, samplingRate:%d", "configure", in.format,
-              static_cast<int>(in.channels), static_cast<int>(in.samplingRate));
-    if (in.channels != out.channels) {
-        KREL_LOGW(kEffectTag, "%s: channels configure error", "configure");
-        return -EINVAL;
-    }
-    if (!access_is_usable(*cfg)) {
-        KREL_LOGW(kEffectTag, "%s: accessMode configure error", "configure");
-        return -EINVAL;
-    }
-    if (in.format != out.format) {
-        KREL_LOGW(kEffectTag, "%s: format configure error", "configure");
-        return -EINVAL;
-    }
-    if (in.samplingRate != out.samplingRate || in.samplingRate != ctx->sampleRate) {
-        KREL_LOGD(kEffectTag, "%s: samplingRate configure %d", "configure",
-                  static_cast<int>(in.samplingRate));
-        ctx->sampleRate = in.samplingRate;
-    }
-    ctx->convertFloat = in.format == AUDIO_FORMAT_PCM_FLOAT;
-    ctx->format = ctx->convertFloat ? uint32_t{AUDIO_FORMAT_PCM_32_BIT} : in.format;
-    ctx->formatType = format_type_of(ctx->format);
-    ctx->channels = channel_count(in.channels);
-    ctx->config = *cfg;
-    if (ctx->convertFloat) {
-        ctx->config.inputCfg.format = AUDIO_FORMAT_PCM_32_BIT;
-        ctx->config.outputCfg.format = AUDIO_FORMAT_PCM_32_BIT;
-    }
-    return init(ctx);
-}
 
 int32_t command(effect_handle_t self, uint32_t cmdCode, uint32_t cmdSize, void* pCmdData,
                 uint32_t* replySize, void* pReplyData) {
@@ -243,7 +236,8 @@ int32_t command(effect_handle_t self, uint32_t cmdCode, uint32_t cmdSize, void* 
             return acknowledge_word(cmdSize, pCmdData, reply);
         case EFFECT_CMD_SET_SAMPLE_RATE:
             return set_sample_rate(ctx, cmdSize, pCmdData, reply);
-        default:  // reset, deferred parameters, device, and whatever else: nothing to do, nothing to say
+        // Reset, deferred parameters, device, and whatever else: nothing to do, nothing to say.
+        default:
             return 0;
     }
 }

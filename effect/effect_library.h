@@ -1,9 +1,9 @@
 /**
- * The entry points that the audio framework finds in this library. It reaches them through the record AELI; the two
- * query functions are exported beside it.
+ * The entry points that the audio framework finds in this library. It reaches them through the
+ * record AELI; the two query functions are exported beside it.
  *
- * The framework serialises creation and release of one instance against its other calls. EffectRelease() takes mVcpLock
- * and so waits for a running block; the others take no lock.
+ * The framework serialises creation and release of one instance against its other calls.
+ * EffectRelease() takes mVcpLock and so waits for a running block; the others take no lock.
  * Errors are negated errno values.
  */
 #ifndef KREL_EFFECT_EFFECT_LIBRARY_H
@@ -20,15 +20,20 @@ KREL_C_BEGIN
 extern KREL_EXPORT const audio_effect_library_t AELI;
 
 /**
- * Creates an instance and stores its handle in *pHandle. The instance is initialised but inactive, has no voice changer
- * before its first EFFECT_CMD_SET_CONFIG, and belongs to the caller until EffectRelease(). sessionId and ioId are not used.
+ * Creates an instance and stores its handle in *pHandle. The instance is initialised but inactive,
+ * has no voice changer before its first EFFECT_CMD_SET_CONFIG, and belongs to the caller until
+ * EffectRelease(). sessionId and ioId are not used.
  *
- * -EINVAL for a null pointer, -ENOENT for a uuid that is not the effect's, -ENOMEM when memory is short.
+ * -EINVAL for a null pointer, -ENOENT for a uuid that is not the effect's, -ENOMEM when memory is
+ * short.
  */
 KREL_EXPORT int32_t EffectCreate(const effect_uuid_t* uuid, int32_t sessionId, int32_t ioId,
                                  effect_handle_t* pHandle);
 
-/** Destroys an instance. -EINVAL for null; a handle that was released before must not be passed again. */
+/**
+ * Destroys an instance. -EINVAL for null; a handle that was released before must not be passed
+ * again.
+ */
 KREL_EXPORT int32_t EffectRelease(effect_handle_t handle);
 
 /** Fills *pDescriptor. -EINVAL for a null pointer or a uuid that is not the effect's. */

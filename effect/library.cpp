@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "effect/effect_library.h"
 #include "effect/instance.h"
+#include "effect/interface.h"
 #include "wrapper/voice_changer.h"
 
 using namespace krel;
@@ -14,12 +15,11 @@ constexpr char kName[] = "KREL VCP Library";
 constexpr char kImplementor[] = "ZOLT Electronics Technology Corp., Ltd";
 
 // Type and implementation share one uuid.
-constexpr effect_uuid_t kUuid = {
-        0x40050b20, 0x6999, 0x11e0, 0xb0d8, {0x00, 0x02, 0xa5, 0xd5, 0xc5, 0x26}};
+constexpr effect_uuid_t kUuid = KREL_VCP_UUID;
 
 constexpr uint32_t kDefaultSampleRateHz = 48000;
 constexpr uint32_t kDefaultFrameCount = 1200;
-constexpr int32_t kDefaultMode = 3;
+constexpr int32_t kDefaultPreset = 3;
 
 bool is_ours(const effect_uuid_t* uuid) { return memcmp(uuid, &kUuid, sizeof kUuid) == 0; }
 
@@ -55,7 +55,7 @@ const audio_effect_library_t AELI = {
 };
 
 int32_t EffectCreate(const effect_uuid_t* uuid, int32_t, int32_t, effect_handle_t* pHandle) {
-    KREL_LOGD(kEffectTag, "%s", "EffectCreate");
+    KREL_LOGD(kEffectTag, "EffectCreate");
     if (uuid == nullptr || pHandle == nullptr) return -EINVAL;
     if (!is_ours(uuid)) return -ENOENT;
 
@@ -68,13 +68,13 @@ int32_t EffectCreate(const effect_uuid_t* uuid, int32_t, int32_t, effect_handle_
     ctx->frameCount = kDefaultFrameCount;
     ctx->format = AUDIO_FORMAT_PCM_16_BIT;
     ctx->formatType = KREL_FORMAT_S16;
-    ctx->mode = kDefaultMode;
+    ctx->mode = kDefaultPreset;
     *pHandle = reinterpret_cast<effect_handle_t>(ctx);
     return 0;
 }
 
 int32_t EffectRelease(effect_handle_t handle) {
-    KREL_LOGD(kEffectTag, "%s", "EffectRelease");
+    KREL_LOGD(kEffectTag, "EffectRelease");
     if (handle == nullptr) return -EINVAL;
     auto* ctx = reinterpret_cast<krel_vcp_context_t*>(handle);
     ctx->state = kUninitialised;

@@ -1,5 +1,4 @@
 #include <audio_utils/format.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -8,6 +7,7 @@
 
 #include "base/fixed_point.h"
 #include "base/log.h"
+#include "effect/dump.h"
 #include "effect/instance.h"
 #include "wrapper/voice_changer.h"
 
@@ -18,13 +18,6 @@ namespace {
 constexpr size_t kChannels = 2;
 constexpr size_t kWidestFrameBytes = kChannels * sizeof(int32_t);
 constexpr size_t kMostFrames = SIZE_MAX / kWidestFrameBytes;
-
-/// Formats that the fades, the voice changer and the output stage can calculate with. Blocks of any other format (8-bit,
-/// packed 24-bit, unknown) are carried from input to output byte by byte.
-bool is_calculable(uint32_t format) {
-    return format == AUDIO_FORMAT_PCM_16_BIT || format == AUDIO_FORMAT_PCM_32_BIT ||
-           format == AUDIO_FORMAT_PCM_8_24_BIT;
-}
 
 size_t sample_bytes(uint32_t format) {
     return audio_bytes_per_sample(static_cast<audio_format_t>(format));
@@ -67,7 +60,7 @@ void add_float(float* out, const int32_t* work, size_t samples) {
 
 void write_output(const krel_vcp_context_t* ctx, void* out, const void* work, size_t samples,
                   bool accumulate) {
-    if (!is_calculable(ctx->format)) {
+    if (!is_calculable(*ctx)) {
         memcpy(out, work, samples * sample_bytes(ctx->format));
     } else if (accumulate && ctx->convertFloat) {
         add_float(static_cast<float*>(out), static_cast<const int32_t*>(work), samples);
@@ -110,9 +103,10 @@ void ramp(T* block, size_t frames, int32_t first_gain, int32_t gain_step) {
 }
 
 void ramp_work(krel_vcp_context_t* ctx, int32_t first_gain, int32_t direction) {
-    if (!is_calculable(ctx->format)) return;
+    if (!is_calculable(*ctx)) return;
     const size_t frames = ctx->frameCount;
-    // Deliberate: an integer step. Long blocks end short of the full ramp, beyond 8192 frames the gain does not move.
+    // Deliberate: an integer step. Long blocks end short of the full ramp, beyond 8192 frames the
+    // gain does not move.
     const int32_t step = direction * static_cast<int32_t>(kOneQ13 / std::max<size_t>(frames, 1));
     if (ctx->format == AUDIO_FORMAT_PCM_16_BIT) {
         ramp(reinterpret_cast<int16_t*>(ctx->workBuffer), frames, first_gain, step);
@@ -122,7 +116,7 @@ void ramp_work(krel_vcp_context_t* ctx, int32_t first_gain, int32_t direction) {
 }
 
 void silence_work(krel_vcp_context_t* ctx, size_t bytes) {
-    if (is_calculable(ctx->format)) memset(ctx->workBuffer, 0, bytes);
+    if (is_calculable(*ctx)) memset(ctx->workBuffer, 0, bytes);
 }
 
 void fade_in(krel_vcp_context_t* ctx, size_t bytes) {
@@ -135,7 +129,8 @@ void fade_in(krel_vcp_context_t* ctx, size_t bytes) {
     --ctx->fadeInCount;
 }
 
-/// The first call fades the old preset out, the second is silent and switches, the third hides the new preset's start.
+/// The first call fades the old preset out, the second is silent and switches, the third hides the
+/// new preset's start.
 void fade_out(krel_vcp_context_t* ctx, size_t bytes) {
     if (ctx->fadeOutCount == 0) return;
     if (ctx->fadeOutCount == kFadeOutCalls) {
@@ -150,31 +145,12 @@ void fade_out(krel_vcp_context_t* ctx, size_t bytes) {
     --ctx->fadeOutCount;
 }
 
-constexpr char kDumpInput[] = "/data/vendor/audio_dump/krel_vcp_%p_in_%zu_%d.pcm";
-constexpr char kDumpProcessed[] = "/data/vendor/audio_dump/krel_vcp_%p_out_%zu_%d.pcm";
-constexpr char kDumpMixed[] = "/data/vendor/audio_dump/krel_hp_%p_out2_%zu_%d.pcm";
-
-/// Appends one block to a dump file, when dumps are on. For debugging only: a file is opened and closed for every block.
-template <size_t N>
-void dump(const krel_vcp_context_t* ctx, const char (&pattern)[N], const void* owner,
-          const void* data, size_t bytes) {
-    if (ctx->dumpEnabled == 0) return;
-    char path[256] = {};
-    snprintf(path, sizeof path, pattern, owner, static_cast<size_t>(ctx->sampleRate),
-             static_cast<int>(ctx->format));
-    FILE* file = fopen(path, "ab+");
-    if (file == nullptr) return;
-    fwrite(data, 1, bytes, file);
-    fclose(file);
-}
-
 void change_voice(krel_vcp_context_t* ctx, size_t bytes) {
-    dump(ctx, kDumpInput, ctx, ctx->workBuffer, bytes);
+    dump(*ctx, DumpPoint::kInput, ctx->workBuffer, bytes);
     fade_in(ctx, bytes);
-    if (is_calculable(ctx->format))
-        krel_voice_changer_process(ctx->wrapper, ctx->workBuffer, bytes);
+    if (is_calculable(*ctx)) krel_voice_changer_process(ctx->wrapper, ctx->workBuffer, bytes);
     fade_out(ctx, bytes);
-    dump(ctx, kDumpProcessed, ctx, ctx->workBuffer, bytes);
+    dump(*ctx, DumpPoint::kProcessed, ctx->workBuffer, bytes);
 }
 
 }  // namespace
@@ -193,8 +169,9 @@ int32_t process(effect_handle_t self, audio_buffer_t* in, audio_buffer_t* out) {
         read_input(ctx, ctx->workBuffer, in->raw, samples);
         if (ctx->enabled) change_voice(ctx, samples * sample_bytes(ctx->format));
         write_output(ctx, out->raw, ctx->workBuffer, samples, accumulate);
-        if (accumulate && ctx->convertFloat)
-            dump(ctx, kDumpMixed, out->raw, out->raw, samples * sizeof(float));
+        if (accumulate && ctx->convertFloat) {
+            dump(*ctx, DumpPoint::kMixed, out->raw, samples * sizeof(float));
+        }
     } else {
         pass_through(ctx, in->u8, out->u8, frames, accumulate);
     }

@@ -1,27 +1,19 @@
+#include "core/voice_block.h"
 #include "dsp/cubic_interp.h"
 #include "dsp/drc.h"
 #include "dsp/iir.h"
 #include "dsp/peq.h"
 #include "fuzz/blocks.h"
-#include "fuzz/signal.h"
 
 namespace krel_fuzz {
 namespace {
 
-constexpr int32_t kMostSamples = 8192;
-
 template <typename T>
 void run_iir(Draw& d, iir_biquad_t* filter, int (*process)(void*, T*, T*, int), int channels,
              int n) {
-    const auto samples = static_cast<size_t>(std::max(n, 0) * channels);
-    auto in = signal_buffer<T>(d, samples);
-    Buffer<T> out(samples);
-    const bool in_place = d.one_in(2);
-    require(process(filter, in.data(), in_place ? in.data() : out.data(), n) == n,
-            "iir: returns n");
-    require(process(nullptr, in.data(), out.data(), n) == -1, "iir: refuses null");
-    require(process(filter, nullptr, out.data(), n) == -1, "iir: refuses null");
-    require(process(filter, in.data(), nullptr, n) == -1, "iir: refuses null");
+    in_one_block<T>(d, n * channels, [&](T* in, T* out) {
+        require(process(filter, in, out, n) == n, "iir: returns n");
+    });
 }
 
 /// Increasing, `n` of them.
@@ -39,7 +31,7 @@ Buffer<float> draw_knots(Draw& d, int32_t n) {
 }  // namespace
 
 void fuzz_compressor(Draw& d) {
-    drc_params_t params = {2, 240, 0, 7, 30720, 8192, 96};
+    drc_params_t params = krel::kVoiceCompressor;
     if (d.one_in(2)) params.history_blocks = d.range(-2, 60);
     if (d.one_in(2)) params.delay_unit = d.range(-2, 1000);
     if (d.one_in(16)) params.history_blocks = INT32_MAX, params.delay_unit = 2;  // wraps
@@ -50,7 +42,6 @@ void fuzz_compressor(Draw& d) {
     if (d.one_in(2)) params.noise_floor = d.hostile(-5, 2000);
     drc_t drc;
     drc_init(&drc, &params);
-    drc_init(nullptr, &params);
     in_drawn_lengths(d, kMostSamples, [&](int32_t n) {
         auto in = signal_buffer<int32_t>(d, static_cast<size_t>(std::max(n, 0)));
         if (!d.one_in(2)) {
@@ -60,11 +51,9 @@ void fuzz_compressor(Draw& d) {
         drc_process(&drc, in.data(), out.data(), n);
         int32_t mean = 0;
         require(find_current_max_drc(in.data(), &mean, n) >= 0, "drc: a peak is not negative");
-        drc_process(&drc, n < 1 ? nullptr : in.data(), nullptr, n);
     });
     drc_deinit(&drc);
     drc_deinit(&drc);
-    drc_deinit(nullptr);
 }
 
 void fuzz_equaliser(Draw& d) {
@@ -74,30 +63,17 @@ void fuzz_equaliser(Draw& d) {
         band = {d.range(-1, 2), coefficient(), coefficient(),
                 coefficient(),  coefficient(), coefficient()};
     }
-    require(peq_init(nullptr) == nullptr, "peq: needs parameters");
     void* peq = peq_init(&params);
     in_drawn_lengths(d, kMostSamples, [&](int32_t n) {
-        const auto samples = static_cast<size_t>(std::max(n, 0));
         if (d.one_in(2)) {
-            auto in = signal_buffer<int16_t>(d, samples);
-            Buffer<int16_t> out(samples);
-            int16_t* to = d.one_in(2) ? in.data() : out.data();
-            peq_mono_process(peq, or_null(d, in.data()), to, n);
-            return;
+            return in_one_block<int16_t>(d, n, [&](int16_t* in, int16_t* out) {
+                peq_mono_process(peq, or_null(d, in), out, n);
+            });
         }
-        auto left = signal_buffer<int32_t>(d, samples);
-        auto right = signal_buffer<int32_t>(d, samples);
-        Buffer<int32_t> out(samples);
-        // Into itself, into the other channel, or elsewhere.
-        const int32_t to = d.range(0, 2);
-        int32_t* const to_left = to == 0 ? left.data() : to == 1 ? right.data() : out.data();
-        int32_t* const to_right = to == 0 ? right.data() : left.data();
-        const int32_t no = d.range(0, 63);  // 0..3: a null buffer
-        peq_stereo_process(peq, no == 0 ? nullptr : left.data(), no == 1 ? nullptr : right.data(),
-                           no == 2 ? nullptr : to_left, no == 3 ? nullptr : to_right, n);
+        in_stereo_block<int32_t>(d, static_cast<size_t>(std::max(n, 0)),
+                                 [&](auto... buffers) { peq_stereo_process(peq, buffers..., n); });
     });
     peq_deinit(peq);
-    peq_deinit(nullptr);
 }
 
 void fuzz_iir(Draw& d) {
@@ -141,16 +117,16 @@ void fuzz_interpolation(Draw& d) {
     Buffer<float> out(at.all().size());
     cubicinterp_process(curve, at.data(), out.data(), queries);
     cubicinterp_process(curve, at.data(), at.data(), queries);
-    cubicinterp_process(nullptr, at.data(), out.data(), queries);
     cubicinterp_deinit(curve);
-    cubicinterp_deinit(nullptr);
 
     // The two stages with widths and slopes of their own.
     const auto size = x.all().size();
     auto h = signal_buffer<float>(d, size);
     auto del = signal_buffer<float>(d, size);
-    Buffer<float> slopes(size), coef3(size), coef2(size), coef1(size), coef0(size);
-    Poly poly = {n, coef3.data(), coef2.data(), coef1.data(), coef0.data(), nullptr};
+    Buffer<float> slopes(size);
+    Buffer<float> coef[4] = {Buffer<float>(size), Buffer<float>(size), Buffer<float>(size),
+                             Buffer<float>(size)};
+    Poly poly = {n, coef[3].data(), coef[2].data(), coef[1].data(), coef[0].data(), nullptr};
     pchipslopes(x.data(), y.data(), del.data(), slopes.data(), n);
     pwch(x.data(), y.data(), slopes.data(), h.data(), del.data(), n, &poly);
 }

@@ -1,4 +1,5 @@
-// The control path: library calls and commands of any code, size, payload and order, in every state, on several instances.
+// The control path: library calls and commands of any code, size, payload and order, in every
+// state, on several instances.
 #include <errno.h>
 
 #include "effect/effect_library.h"
@@ -40,8 +41,8 @@ std::vector<uint8_t> bytes_of(const T& value) {
     return bytes;
 }
 
-PresetParam draw_param(Draw& d) {
-    PresetParam param = {.value = draw_preset(d)};
+krel_vcp_param_t draw_param(Draw& d) {
+    krel_vcp_param_t param = KREL_VCP_PARAM(draw_preset(d));
     if (d.one_in(4)) param.psize = d.any<uint32_t>();
     if (d.one_in(4)) param.vsize = d.any<uint32_t>();
     if (d.one_in(4)) param.id = d.any<int32_t>();
@@ -55,7 +56,8 @@ std::vector<uint8_t> draw_noise(Draw& d) {
     return bytes;
 }
 
-/// What the command expects, as a rule; else another command's payload or noise, or the right one cut or extended.
+/// What the command expects, as a rule; else another command's payload or noise, or the right one
+/// cut or extended.
 std::vector<uint8_t> draw_payload(Draw& d, uint32_t code) {
     constexpr uint32_t kOthers[] = {EFFECT_CMD_SET_CONFIG, EFFECT_CMD_SET_PARAM,
                                     EFFECT_CMD_GET_PARAM, EFFECT_CMD_SET_VOLUME, EFFECT_CMD_RESET};
@@ -69,7 +71,7 @@ std::vector<uint8_t> draw_payload(Draw& d, uint32_t code) {
             break;
         case EFFECT_CMD_GET_PARAM:
             bytes = bytes_of(draw_param(d));
-            bytes.resize(sizeof(PresetParam) - sizeof(int32_t));
+            bytes.resize(sizeof(krel_vcp_param_t) - sizeof(int32_t));
             break;
         case EFFECT_CMD_SET_VOLUME:
         case EFFECT_CMD_SET_AUDIO_MODE:
@@ -84,11 +86,12 @@ std::vector<uint8_t> draw_payload(Draw& d, uint32_t code) {
     return bytes;
 }
 
-/// The reply's size that most commands expect, one that a parameter's answer takes, or about as much as either.
+/// The reply's size that most commands expect, one that a parameter's answer takes, or about as
+/// much as either.
 uint32_t draw_reply_size(Draw& d, uint32_t code) {
     constexpr uint32_t kSizes[] = {0, 1, 3, 4, 5, 15, 16, 17, 19, 20, 21, 40};
     if (d.one_in(3)) return d.pick(kSizes);
-    return code == EFFECT_CMD_GET_PARAM ? sizeof(PresetParam) : sizeof(int32_t);
+    return code == EFFECT_CMD_GET_PARAM ? sizeof(krel_vcp_param_t) : sizeof(int32_t);
 }
 
 uint32_t draw_code(Draw& d) {
@@ -119,7 +122,7 @@ class Session {
   public:
     explicit Session(Draw& d) : d_(d) {}
     ~Session() {
-        for (const effect_handle_t handle : slots_) AELI.release_effect(handle);
+        for (effect_handle_t handle : slots_) AELI.release_effect(handle);
     }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -148,7 +151,7 @@ class Session {
         const effect_uuid_t uuid = draw_uuid();
         const bool no_uuid = d_.one_in(16);
         const bool no_handle = d_.one_in(16);
-        const int32_t session = d_.any<int8_t>();
+        const int32_t session = d_.range(-128, 127);
         const int32_t result = AELI.create_effect(no_uuid ? nullptr : &uuid, session, -session,
                                                   no_handle ? nullptr : &slot);
         const bool ours = memcmp(&uuid, &kUuid, sizeof uuid) == 0;

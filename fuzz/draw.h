@@ -1,5 +1,5 @@
-// Draws values from a fuzzer's input, front to back. Past its end every value is 0: any input is a complete program of
-// calls, and a shorter one is a simpler one.
+// Draws values from a fuzzer's input, front to back. Past its end every value is 0: any input is a
+// complete program of calls, and a shorter one is a simpler one.
 //
 // One call's arguments draw at most once: compilers evaluate arguments in different orders.
 #ifndef KREL_FUZZ_DRAW_H
@@ -54,7 +54,8 @@ class Draw {
         return one_in(3) ? any<int32_t>() : pick(kEdges);
     }
 
-    /// least..greatest in 256 steps, and now and then any float: NaN, infinities and denormals among them.
+    /// least..greatest in 256 steps, and now and then any float: NaN, infinities and denormals
+    /// among them.
     float hostile_float(float least, float greatest) {
         if (one_in(6)) return any<float>();
         return least + (greatest - least) * static_cast<float>(any<uint8_t>()) / 255.0f;

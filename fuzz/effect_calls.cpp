@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "core/presets.h"
 #include "fuzz/signal.h"
 
 namespace krel_fuzz {
@@ -15,11 +16,6 @@ constexpr size_t kChannels = 2;
 
 size_t bytes_per_sample(const krel_vcp_context_t& ctx) {
     return audio_bytes_per_sample(static_cast<audio_format_t>(ctx.format));
-}
-
-bool is_calculable(const krel_vcp_context_t& ctx) {
-    return ctx.format == AUDIO_FORMAT_PCM_16_BIT || ctx.format == AUDIO_FORMAT_PCM_32_BIT ||
-           ctx.format == AUDIO_FORMAT_PCM_8_24_BIT;
 }
 
 /// Fills a block with a drawn signal in the framework's format.
@@ -50,7 +46,7 @@ void check_output(const krel_vcp_context_t& ctx, std::span<const uint8_t> out,
         const bool nan_before = added && isnan(sample_at<float>(before.data(), i));
         require(nan_before || fabsf(sample_at<float>(out.data(), i)) <= 1.0f, "floats within +-1");
     }
-    if (!is_calculable(ctx))
+    if (!krel::is_calculable(ctx))
         return require(std::ranges::equal(out, in), "other formats are copied");
     if (added || ctx.convertFloat) return;
     if (!ctx.enabled) return require(std::ranges::equal(out, in), "inactive instances copy");
@@ -104,7 +100,7 @@ effect_config_t draw_config(Draw& d) {
     return cfg;
 }
 
-int32_t draw_preset(Draw& d) { return d.hostile(-1, 16); }
+int32_t draw_preset(Draw& d) { return d.hostile(KREL_VCP_PRESET_OFF, krel::kPresetCount - 1); }
 
 int32_t send(effect_handle_t handle, uint32_t code, const void* data, uint32_t size) {
     std::vector<uint8_t> payload(size);
@@ -128,7 +124,8 @@ void run_block(effect_handle_t handle, Draw& d, size_t frames) {
     const std::vector<uint8_t> in_before(in.all().begin(), in.all().end());
     const std::vector<uint8_t> out_before(out.begin(), out.end());
 
-    audio_buffer_t in_buffer = {}, out_buffer = {};
+    audio_buffer_t in_buffer = {};
+    audio_buffer_t out_buffer = {};
     in_buffer.frameCount = out_buffer.frameCount = frames;
     in_buffer.raw = in.data();
     out_buffer.raw = out.data();
@@ -142,7 +139,8 @@ void run_block(effect_handle_t handle, Draw& d, size_t frames) {
 void run_refused_block(effect_handle_t handle, Draw& d) {
     uint8_t frame[8] = {1, 2, 3, 4, 5, 6, 7, 8};
     const auto before = std::to_array(frame);
-    audio_buffer_t in = {}, out = {};
+    audio_buffer_t in = {};
+    audio_buffer_t out = {};
     in.raw = out.raw = frame;
     in.frameCount = out.frameCount = SIZE_MAX - d.any<uint8_t>();
     const int32_t fault = d.range(0, 6);

@@ -7,19 +7,12 @@
 #include <vector>
 
 #include "effect/instance.h"
+#include "effect/interface.h"
 #include "fuzz/draw.h"
 
 namespace krel_fuzz {
 
-inline constexpr effect_uuid_t kUuid = {
-        0x40050b20, 0x6999, 0x11e0, 0xb0d8, {0x00, 0x02, 0xa5, 0xd5, 0xc5, 0x26}};
-
-/// The command payload for one preset, and its answer.
-struct PresetParam {
-    int32_t status = 0;
-    uint32_t psize = 4, vsize = 4;
-    int32_t id = 0, value = 0;
-};
+inline constexpr effect_uuid_t kUuid = KREL_VCP_UUID;
 
 /// A configuration that the effect accepts unless one of its odder fields was drawn oddly.
 effect_config_t draw_config(Draw& d);
@@ -35,11 +28,12 @@ inline const krel_vcp_context_t& record_of(effect_handle_t handle) {
 /// Command with a well-formed reply. Returns the call's result.
 int32_t send(effect_handle_t handle, uint32_t code, const void* data, uint32_t size);
 
-/// One block of `frames` frames, drawn: signals, one buffer or two. Checks everything that holds for any block.
+/// One block of `frames` frames, drawn: signals, one buffer or two. Checks everything that holds
+/// for any block.
 void run_block(effect_handle_t handle, Draw& d, size_t frames);
 
-/// A block that must be refused or must not be touched: null pointers, no frames, different numbers of frames, more
-/// frames than any buffer holds.
+/// A block that must be refused or must not be touched: null pointers, no frames, different numbers
+/// of frames, more frames than any buffer holds.
 void run_refused_block(effect_handle_t handle, Draw& d);
 
 }  // namespace krel_fuzz

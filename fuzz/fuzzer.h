@@ -1,4 +1,5 @@
-// The entry point of a fuzzer: libFuzzer calls it with inputs of its own, replay.cpp with those of the corpus.
+// The entry point of a fuzzer: libFuzzer calls it with inputs of its own, replay.cpp with those of
+// the corpus.
 #ifndef KREL_FUZZ_FUZZER_H
 #define KREL_FUZZ_FUZZER_H
 
@@ -11,7 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace krel_fuzz {
 
-/// To be called first in every execution: log lines are formatted and dropped, and rand() starts over.
+/// To be called first in every execution: log lines are formatted and dropped, and rand() starts
+/// over.
 inline void start_execution() {
     __android_log_set_logger([](const __android_logger_data*, const char*) {});
     srand(1);

@@ -1,4 +1,5 @@
-// The pitch stream: any rate, ratio and bounds, writes and reads of any size, and its stages called in any state.
+// The pitch stream: any rate, ratio and bounds, writes and reads of any size, and its stages called
+// in any state.
 #include "fuzz/fuzzer.h"
 #include "fuzz/signal.h"
 #include "pitch_stream/pitch_stream.h"
@@ -45,7 +46,11 @@ class Session {
             fill(block.all(), signal);
             require(pitchWriteShortToStream(stream_, block.data(), length) == 1, "writing works");
         }
-        if (d_.one_in(16)) pitchWriteShortToStream(stream_, nullptr, d_.hostile(-10, 10));
+        if (d_.one_in(16)) {
+            const int32_t n = d_.hostile(-10, 10);
+            require(pitchWriteShortToStream(stream_, nullptr, n) == (n == 0 ? 1 : 0), "no samples");
+        }
+        require(pitchWriteShortToStream(stream_, nullptr, 0) == 1, "nothing may be written");
         if (d_.one_in(16)) {
             Buffer<int16_t> nothing(0);
             pitchWriteShortToStream(stream_, nothing.data(), d_.range(-300, 0));
@@ -65,7 +70,6 @@ class Session {
     void set_pitch() {
         if (++ratio_changes_ > kMostRatioChanges) return;
         pitchSetPitch(stream_, d_.hostile_float(0.4f, 3.2f));
-        pitchSetPitch(nullptr, 1.0f);
     }
 
     void call_buffer_stage() {
@@ -88,13 +92,25 @@ class Session {
                 enlargeOutputBufferIfNeeded(stream_, n);
                 break;
             default:  // from where a whole copy is there
-                if (stream_->numInputSamples >= stream_->maxRequired)
-                    copyInputToOutput(stream_,
-                                      d_.range(0, stream_->numInputSamples - stream_->maxRequired));
+                if (const int32_t spare = stream_->numInputSamples - stream_->maxRequired;
+                    spare >= 0)
+                    copyInputToOutput(stream_, d_.range(0, spare));
                 break;
         }
     }
 
+    /// A negative skip gives zeros.
+    void down_sample(int16_t* samples, int32_t skip) {
+        const std::span out(stream_->downSampleBuffer, static_cast<size_t>(stream_->maxRequired));
+        std::ranges::fill(out, int16_t{99});
+        downSampleInput(stream_, samples, skip);
+        const int64_t count = skip == 0 ? 0 : stream_->maxRequired / std::abs(int64_t{skip});
+        const auto rest = out.subspan(static_cast<size_t>(count));
+        require(std::ranges::all_of(rest, [](int16_t s) { return s == 99; }), "means, and no more");
+        const auto zero = [](int16_t s) { return s == 0; };
+        require(skip >= 0 || std::ranges::all_of(out.first(static_cast<size_t>(count)), zero),
+                "a negative skip gives zeros");
+    }
     void call_search_stage() {
         auto samples = signal_buffer<int16_t>(d_, static_cast<size_t>(stream_->maxRequired));
         int least = 0;
@@ -107,7 +123,7 @@ class Session {
                 findPitchPeriod(stream_, samples.data(), d_.range(0, 1));
                 break;
             case 1:
-                downSampleInput(stream_, samples.data(), d_.hostile(-20, 100));
+                down_sample(samples.data(), d_.hostile(-20, 100));
                 break;
             case 2:
                 findPitchPeriodInRange(samples.data(), first, d_.range(-5, longest), &least, &most);
@@ -124,7 +140,8 @@ class Session {
         }
     }
 
-    /// At any speed only where rates are low: a speed near 0 or a large one advances sample by sample.
+    /// At any speed only where rates are low: a speed near 0 or a large one advances sample by
+    /// sample.
     void call_speed_stage() {
         const bool any_speed = stream_->sampleRate <= kMostFreeSpeedRate;
         const float speed = any_speed ? d_.hostile_float(0.0f, 4.0f) : d_.hostile_float(0.5f, 0.9f);
@@ -151,7 +168,10 @@ class Session {
         if (++ratio_changes_ > kMostRatioChanges) return;
         if (d_.one_in(2)) return static_cast<void>(processStreamInput(stream_));
         const float ratio = d_.hostile_float(0.4f, 3.2f);
-        adjustRate(stream_, ratio, d_.range(-1, stream_->numOutputSamples + 300));
+        const int32_t held = stream_->numOutputSamples;
+        const int32_t start = d_.range(-1, held + 300);
+        require(adjustRate(stream_, ratio, start) == (start < 0 ? 0 : 1), "resampling works");
+        require(start <= held || stream_->numOutputSamples == start, "a gap becomes silence");
     }
 
     Draw& d_;
@@ -181,6 +201,5 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         session.check();
     }
     pitchDestroyStream(stream);
-    pitchDestroyStream(nullptr);
     return 0;
 }

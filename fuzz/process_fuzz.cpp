@@ -1,4 +1,5 @@
-// The block path of one instance: configurations, blocks of any length and content, presets changed in flight.
+// The block path of one instance: configurations, blocks of any length and content, presets changed
+// in flight.
 #include "effect/effect_library.h"
 #include "fuzz/draw.h"
 #include "fuzz/effect_calls.h"
@@ -17,7 +18,7 @@ void configure(effect_handle_t handle, Draw& d) {
 }
 
 void choose_preset(effect_handle_t handle, Draw& d) {
-    const PresetParam param = {.value = draw_preset(d)};
+    const krel_vcp_param_t param = KREL_VCP_PARAM(draw_preset(d));
     send(handle, EFFECT_CMD_SET_PARAM, &param, sizeof param);
 }
 

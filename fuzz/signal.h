@@ -1,4 +1,5 @@
-// What the fuzzers feed: buffers of exactly the promised size, and long signals that a few bytes describe.
+// What the fuzzers feed: buffers of exactly the promised size, and long signals that a few bytes
+// describe.
 #ifndef KREL_FUZZ_SIGNAL_H
 #define KREL_FUZZ_SIGNAL_H
 
@@ -20,7 +21,8 @@ inline void require(bool holds, const char* promise) {
     abort();
 }
 
-/// `size` zeroed elements with nothing behind them: the address sanitizer sees the first access too far. Never null.
+/// `size` zeroed elements with nothing behind them: the address sanitizer sees the first access too
+/// far. Never null.
 template <typename T>
 class Buffer {
   public:

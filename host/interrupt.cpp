@@ -26,9 +26,8 @@ void catch_signals() {
     for (const int s : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction inherited = {};
         sigaction(s, nullptr, &inherited);
-        if (inherited.sa_handler != SIG_IGN)
-            handle(s, remember,
-                   static_cast<int>(SA_RESETHAND));  // nohup and background jobs stay as they are
+        // nohup and background jobs stay as they are
+        if (inherited.sa_handler != SIG_IGN) handle(s, remember, static_cast<int>(SA_RESETHAND));
     }
     for (const int s : {SIGPIPE, SIGXFSZ}) handle(s, SIG_IGN);
 }

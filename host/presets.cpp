@@ -5,23 +5,23 @@ namespace {
 
 // clang-format off
 constexpr Preset kPresets[] = {
-    /*  0 */ {"robot", "vocoder: the voice under the fixed phases of a carrier sound", Chain::kVocoder},
-    /*  1 */ {"buzz", "the same under the phases of silence", Chain::kVocoder},
-    /*  2 */ {"echo", "six echoes, three of them at random distances", Chain::kEcho},
-    /*  3 */ {"lower", "pitch x 0.78, formants along with it", Chain::kShift},
-    /*  4 */ {"low", "pitch x 0.86, formants along with it", Chain::kShift},
-    /*  5 */ {"high", "pitch x 1.14, formants along with it", Chain::kShift},
-    /*  6 */ {"higher", "pitch x 1.36, formants along with it", Chain::kShift},
-    /*  7 */ {"plain", "nothing but make-up gain and compressor", Chain::kNone},
+    /*  0 */ {"robot", "robot, on a hum of 94 Hz (at 48 kHz)", Chain::kVocoder},
+    /*  1 */ {"buzz", "rougher robot, on the same hum", Chain::kVocoder},
+    /*  2 */ {"echo", "six echoes, three at random distances", Chain::kEcho},
+    /*  3 */ {"lower", "pitch and formants x 0.78", Chain::kShift},
+    /*  4 */ {"low", "pitch and formants x 0.86", Chain::kShift},
+    /*  5 */ {"high", "pitch and formants x 1.14", Chain::kShift},
+    /*  6 */ {"higher", "pitch x 1.2, spectrum x 1.36 and more", Chain::kShift},
+    /*  7 */ {"plain", "as it is, but for the compressor", Chain::kNone},
     /*  8 */ {"plain", "as 7", Chain::kNone},
     /*  9 */ {"plain", "as 7", Chain::kNone},
-    /* 10 */ {"deep", "pitch x 0.8 by dropping and repeating periods", Chain::kStream},
-    /* 11 */ {"girl", "pitch steered to 223 Hz, formants moved and equalised", Chain::kStreamFormant},
-    /* 12 */ {"bright", "pitch x 1.3 by dropping and repeating periods", Chain::kStream},
-    /* 13 */ {"woman", "pitch steered to 200 Hz, formants moved", Chain::kStreamFormant},
-    /* 14 */ {"child", "pitch steered to 250 Hz, formants moved and equalised", Chain::kStreamFormant},
-    /* 15 */ {"hall", "formants equalised, reverberator", Chain::kRoom},
-    /* 16 */ {"cave", "formants equalised otherwise, more reverberation", Chain::kRoom},
+    /* 10 */ {"deep", "pitch x 0.8, period by period", Chain::kStream},
+    /* 11 */ {"girl", "raised x 1.5 to 2.7 towards 223 Hz, equalised", Chain::kStreamFormant},
+    /* 12 */ {"bright", "pitch x 1.3, period by period", Chain::kStream},
+    /* 13 */ {"woman", "raised x 1.3 to 2.4 towards 200 Hz", Chain::kStreamFormant},
+    /* 14 */ {"child", "raised x 1.7 to 3 towards 250 Hz, equalised", Chain::kStreamFormant},
+    /* 15 */ {"hall", "in a hall", Chain::kRoom},
+    /* 16 */ {"cave", "in a cave: more reverberation", Chain::kRoom},
 };
 // clang-format on
 
@@ -34,8 +34,9 @@ constexpr int shift_frame(int rate_hz) {
 }
 constexpr int voice_frame(int rate_hz) { return rate_hz < 32000 ? 1024 : 2048; }
 
-// The search for pitch periods holds two of the longest ones, 80 ms; the stream's output then waits until 20 ms are
-// there. How the voice's envelope comes out of it: 96 to 105 ms late at 16 to 96 kHz, 110 to 118 ms in preset 10.
+// The search for pitch periods holds two of the longest ones, 80 ms; the stream's output then waits
+// until 20 ms are there. How the voice's envelope comes out of it: 96 to 105 ms late at 16 to 96
+// kHz, 110 to 118 ms in preset 10.
 constexpr int stream_delay(int rate_hz) { return 2 * (rate_hz / 25) + rate_hz / 50; }
 
 int chain_delay(Chain chain, int rate_hz) {
@@ -59,6 +60,26 @@ int chain_delay(Chain chain, int rate_hz) {
 }  // namespace
 
 std::span<const Preset> presets() { return kPresets; }
+
+bool delay_moves(size_t preset) {
+    const Chain chain = kPresets[preset].chain;
+    return chain == Chain::kStream || chain == Chain::kStreamFormant;
+}
+
+bool rings_on(size_t preset) {
+    const Chain chain = kPresets[preset].chain;
+    return chain == Chain::kEcho || chain == Chain::kRoom;
+}
+
+bool saturates(size_t preset) {
+    const Chain chain = kPresets[preset].chain;
+    return chain == Chain::kShift || chain == Chain::kVocoder;
+}
+
+double hum_hz(size_t preset, int rate_hz) {
+    if (kPresets[preset].chain != Chain::kVocoder) return 0.0;
+    return 4.0 * rate_hz / voice_frame(rate_hz);  // frames overlap by three quarters
+}
 
 int latency_samples(size_t preset, int rate_hz) {
     return kFifoDelay + kCompressorDelay + chain_delay(kPresets[preset].chain, rate_hz);

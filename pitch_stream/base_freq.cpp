@@ -34,7 +34,8 @@ bool isVoiced(const int16_t* samples, int period, int threshold) {
     return crossings / static_cast<float>(period) < kVoicedCrossingRate;
 }
 
-/// The estimate drawn towards the candidate: almost fully when they are close, not at all when they are far apart.
+/// The estimate drawn towards the candidate: almost fully when they are close, not at all when they
+/// are far apart.
 float blend(double estimate, int candidateHz) {
     const int64_t distance = std::abs(int64_t{trunc_sat_s32(estimate)} - candidateHz);
     // A true division: 0.01f times the distance gives other weights.

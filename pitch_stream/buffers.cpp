@@ -10,10 +10,12 @@ namespace {
 constexpr int kLowestPitchHz = 25;
 constexpr int kHighestPitchHz = 400;
 constexpr int kLowestRate = kHighestPitchHz;
-// A cross-fade sums to at most 32768 * period: with periods of at most 65535 samples that fits in 32 bits.
+// A cross-fade sums to at most 32768 * period: with periods of at most 65535 samples that fits in
+// 32 bits.
 constexpr int kHighestRate = 65536 * kLowestPitchHz - 1;
 
-/// Makes room for `size` samples and keeps those that are there. On failure the buffer is released and null.
+/// Makes room for `size` samples and keeps those that are there. On failure the buffer is released
+/// and null.
 bool resize(int16_t*& buffer, int64_t size) {
     void* moved = size > INT32_MAX ? nullptr
                                    : realloc(buffer, static_cast<size_t>(size) * sizeof(*buffer));
@@ -27,8 +29,8 @@ bool grow(int16_t*& buffer, int32_t& size, int32_t& held, int64_t n) {
     if (buffer == nullptr) return false;
     if (n < 0 || held + n <= size) return true;
 
-    // Resampled output may reach into the unrecorded half of outputBuffer: what is held then exceeds the recorded size,
-    // and the usual step could be too short for it.
+    // Resampled output may reach into the unrecorded half of outputBuffer: what is held then
+    // exceeds the recorded size, and the usual step could be too short for it.
     const int64_t larger = std::max(size + n + (size >> 1), held + n);
     const bool resized = resize(buffer, larger);
     size = resized ? static_cast<int32_t>(larger) : 0;
@@ -55,7 +57,9 @@ int allocateStreamBuffers(pitchStreamStruct* stream, int sampleRate) {
     const int maxRequired = 2 * maxPeriod;
     auto input = zeroed<int16_t>(maxRequired);
     auto resampled = zeroed<int16_t>(2 * int64_t{maxRequired});
-    auto output = zeroed<int16_t>(2 * int64_t{maxRequired});  // deliberate: twice its recorded size
+    // Deliberate: twice its recorded size, room for what ratios down to a half make of one longest
+    // edit.
+    auto output = zeroed<int16_t>(2 * int64_t{maxRequired});
     auto decimated = zeroed<int16_t>(maxRequired);
     if (!input || !resampled || !output || !decimated) {
         pitchDestroyStream(stream);
@@ -124,4 +128,14 @@ int copyInputToOutput(pitchStreamStruct* stream, int position) {
     if (copyToOutput(stream, stream->inputBuffer + position, count) == 0) return 0;
     stream->remainingInputToCopy -= count;
     return count;
+}
+
+bool krel::pitchReserve(pitchStreamStruct* stream, int n) {
+    // What is left of the input is shorter than maxRequired. The last edit of a write yields at
+    // most maxRequired samples, those before it up to the ratio times n; resampling makes twice as
+    // many of them at most.
+    const int32_t made = 2 * (stream->maxRequired + trunc_sat_s32(kGreatestRatio) * n);
+    return enlargeInputBufferIfNeeded(stream, stream->maxRequired + n) != 0 &&
+           enlargeOutputBufferIfNeeded(stream, stream->sampleRate / 4 + made) != 0 &&
+           (stream->fixedPitch != 0 || reserveFilter(stream));
 }

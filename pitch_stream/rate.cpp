@@ -9,16 +9,18 @@
 namespace krel {
 namespace {
 
-// A shorter filter after a rate change leaves input inside the resampler: half of what the longer one had more. The
-// filter has 80 taps, times the ratio where that is above 1: 80 samples at the greatest ratio, and room for rounding.
+// A shorter filter after a rate change leaves input inside the resampler: half of what the longer
+// one had more. The filter has 80 taps, times the ratio where that is above 1: 80 samples at the
+// greatest ratio, and room for rounding.
 constexpr int kHeldByResampler = 96;
 
-// The resampler's interpolation and its change of rates multiply with the denominator of the ratio in 32 bits. Beyond
-// 16 bits they overflow: that sounds as full-scale clicks, and a change of rates may be refused half-way.
+// The resampler's interpolation and its change of rates multiply with the denominator of the ratio
+// in 32 bits. Beyond 16 bits they overflow: that sounds as full-scale clicks, and a change of rates
+// may be refused half-way.
 constexpr uint32_t kGreatestDenominator = 65535;
 
-/// Sets sampleRate -> outRate, as a ratio that the resampler can carry: beyond its limit both rates lose low bits
-/// (a few parts in 100000).
+/// Sets sampleRate -> outRate, as a ratio that the resampler can carry: beyond its limit both rates
+/// lose low bits (a few parts in 100000).
 bool setRate(pitchStreamStruct* s, uint32_t outRate) {
     const auto inRate = static_cast<uint32_t>(s->sampleRate);
     uint32_t numerator = inRate;
@@ -38,7 +40,8 @@ int64_t mostResampled(pitchStreamStruct* s, int n) {
     return (int64_t{n} + kHeldByResampler) * outRate / inRate + 2;
 }
 
-/// Resamples outputBuffer[start .. start + remaining - 1] into resampleBuffer. Returns the number of samples made.
+/// Resamples outputBuffer[start .. start + remaining - 1] into resampleBuffer. Returns the number
+/// of samples made.
 int resample(pitchStreamStruct* s, int start, int remaining) {
     const auto capacity =
             static_cast<uint32_t>(resampleCapacity(s->maxRequired, s->outputBufferSize));
@@ -75,10 +78,18 @@ bool setResamplerRate(pitchStreamStruct* s, int32_t outRate) {
     uint32_t lastGood = 0;
     speex_resampler_get_rate(s->resampler, &inRate, &lastGood);
     const auto wanted = static_cast<uint32_t>(outRate);
-    // Setting the same rate again would rebuild the filter, at the cost of many blocks, to the same coefficients.
+    // Setting the same rate again would rebuild the filter, at the cost of many blocks, to the same
+    // coefficients.
     if (wanted == lastGood || setRate(s, wanted)) return true;
     // No memory for a longer filter. The last one still fits in what there is.
     return setRate(s, lastGood);
+}
+
+bool reserveFilter(pitchStreamStruct* s) {
+    const auto rate = static_cast<uint32_t>(s->sampleRate);
+    const float leastRate = static_cast<float>(s->sampleRate) / clampRatio(s->maxPitch);
+    return setRate(s, static_cast<uint32_t>(leastRate)) && setRate(s, rate / 2 + 1) &&
+           setRate(s, rate);
 }
 
 }  // namespace krel

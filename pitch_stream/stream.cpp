@@ -28,7 +28,8 @@ bool createResampler(pitchStreamStruct* s) {
            speex_resampler_skip_zeros(s->resampler) == RESAMPLER_ERR_SUCCESS;
 }
 
-/// The ratio that moves the present estimate of the base frequency to the target, within the stream's bounds.
+/// The ratio that moves the present estimate of the base frequency to the target, within the
+/// stream's bounds.
 float trackedRatio(const pitchStreamStruct* s) {
     const auto wanted = static_cast<float>(s->targetBaseFreq / s->baseFreq);
     const float bounded = wanted > s->maxPitch   ? s->maxPitch
@@ -41,6 +42,26 @@ bool passInputThrough(pitchStreamStruct* s) {
     if (copyToOutput(s, s->inputBuffer, std::max(s->numInputSamples, 0)) == 0) return false;
     s->numInputSamples = 0;
     return true;
+}
+
+int processInput(pitchStreamStruct* stream, int surplus) {
+    if (!isAlive(stream)) return 0;
+    const int32_t start = stream->numOutputSamples;
+    float speed = stream->speed;
+    float ratio = stream->pitch;
+    if (stream->fixedPitch == 0) {
+        ratio = trackedRatio(stream);
+        speed = 1.0f / ratio;
+    }
+
+    if (speed >= kLeastUnitSpeed && speed <= kGreatestUnitSpeed) {
+        if (!passInputThrough(stream)) return 0;
+    } else {
+        // An edit of no samples is no error of the call: it only leaves the input where it is.
+        changeSpeedSteered(stream, speed, surplus);
+        if (!isAlive(stream)) return 0;
+    }
+    return ratio == 1.0f ? 1 : adjustRate(stream, ratio, start);
 }
 
 }  // namespace
@@ -91,10 +112,14 @@ void pitchDestroyStream(pitchStreamStruct* stream) {
     free(stream);
 }
 
-int pitchWriteShortToStream(pitchStreamStruct* stream, int16_t* samples, int n) {
+int krel::pitchWriteSteered(pitchStreamStruct* stream, int16_t* samples, int n, int surplus) {
     if (stream == nullptr || n < 0 || (n > 0 && samples == nullptr)) return 0;
     if (addShortSamplesToInputBuffer(stream, samples, n) == 0) return 0;
-    return processStreamInput(stream);
+    return processInput(stream, surplus);
+}
+
+int pitchWriteShortToStream(pitchStreamStruct* stream, int16_t* samples, int n) {
+    return pitchWriteSteered(stream, samples, n, 0);
 }
 
 int pitchReadShortFromStream(pitchStreamStruct* stream, int16_t* samples, int maxSamples) {
@@ -108,22 +133,4 @@ int pitchReadShortFromStream(pitchStreamStruct* stream, int16_t* samples, int ma
     return count;
 }
 
-int processStreamInput(pitchStreamStruct* stream) {
-    if (!isAlive(stream)) return 0;
-    const int32_t start = stream->numOutputSamples;
-    float speed = stream->speed;
-    float ratio = stream->pitch;
-    if (stream->fixedPitch == 0) {
-        ratio = trackedRatio(stream);
-        speed = 1.0f / ratio;
-    }
-
-    if (speed >= kLeastUnitSpeed && speed <= kGreatestUnitSpeed) {
-        if (!passInputThrough(stream)) return 0;
-    } else {
-        // An edit of no samples is no error of the call: it only leaves the input where it is.
-        changeSpeed(stream, speed);
-        if (!isAlive(stream)) return 0;
-    }
-    return ratio == 1.0f ? 1 : adjustRate(stream, ratio, start);
-}
+int processStreamInput(pitchStreamStruct* stream) { return processInput(stream, 0); }

@@ -1,5 +1,5 @@
-// The layouts and codes that the platform's binaries rely on, checked against whatever headers this build uses: the
-// stand-ins on a desk and in NDK builds, the real ones in an Android tree.
+// The layouts and codes that the platform's binaries rely on, checked against whatever headers this
+// build uses: the stand-ins on a desk and in NDK builds, the real ones in an Android tree.
 #include <cutils/properties.h>
 #include <hardware/audio_effect.h>
 #include <stddef.h>

@@ -7,6 +7,7 @@ program=${1:?usage: scripts/demo.sh PROGRAM [FOLDER]}
 folder=${2:-out}
 voice=$(realpath --relative-to=. "$(dirname "${BASH_SOURCE[0]}")/../assets/voice.flac")
 
-mkdir -p "$folder"
-"$program" render "$voice" "$folder" --preset all --tail 1
+"$program" render "$voice" "$folder/" --preset all
+"$program" compare "$voice" -o "$folder/compare.html"
+echo "Open $folder/compare.html to hear and see them side by side."
 echo "Listen to the files in $folder; the voice as it was is $voice."

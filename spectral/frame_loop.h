@@ -1,11 +1,14 @@
-// The frame loop of the frame-based effects: a sample FIFO in, analysis frames of fft_size samples every hop, 4-fold
-// overlap-add, a sample FIFO out. Each effect has its own record; this is the one definition of what they all do with it.
+// The frame loop of the frame-based effects: a sample FIFO in, analysis frames of fft_size samples
+// every hop, 4-fold overlap-add, a sample FIFO out. Each effect has its own record; this is the one
+// definition of what they all do with it.
 //
-// A record has these members (see the effects' headers for types and meaning): fft_size, overlap, half_size, hop, latency,
-// rover, in_block, out_block, in_fifo, out_fifo, fft_in, fft_out, fft_cfg, output_accum, window.
+// A record has these members (see the effects' headers for types and meaning): fft_size, overlap,
+// half_size, hop, latency, rover, in_block, out_block, in_fifo, out_fifo, fft_in, fft_out, fft_cfg,
+// output_accum, window.
 //
-// The record's own list of buffers is a callable each_buffer(record, visit) that calls visit(pointer member, element
-// count) once per buffer, in order; it must not look at anything but the sizes. Setting up and tearing down both walk it.
+// The record's own list of buffers is a callable each_buffer(record, visit) that calls
+// visit(pointer member, element count) once per buffer, in order; it must not look at anything but
+// the sizes. Setting up and tearing down both walk it.
 //
 // Real time: run_frames() and what it calls allocate nothing.
 #ifndef KREL_SPECTRAL_FRAME_LOOP_H
@@ -53,8 +56,8 @@ void clear_buffers(Record* r, EachBuffer each_buffer) {
     r->fft_cfg = nullptr;
 }
 
-/// Allocates every buffer, zeroed, and the FFT configuration; sets every pointer, whatever it held. When one cannot be
-/// had all are released, the pointers are null and the result is false.
+/// Allocates every buffer, zeroed, and the FFT configuration; sets every pointer, whatever it held.
+/// When one cannot be had all are released, the pointers are null and the result is false.
 template <typename Record, typename EachBuffer>
 bool acquire_buffers(Record* r, EachBuffer each_buffer) {
     bool complete = true;
@@ -68,35 +71,45 @@ bool acquire_buffers(Record* r, EachBuffer each_buffer) {
     return false;
 }
 
-/// Whether the record can process: true from a successful init to deinit. An init that ran short leaves no configuration.
+/// Whether the record can process: true from a successful init to deinit. An init that ran short
+/// leaves no configuration.
 template <typename Record>
 bool is_usable(const Record* r) {
     return r->fft_cfg != nullptr;
 }
 
-/// The windowed frame in in_fifo becomes the spectrum in fft_out.
+/// The N real values that the transforms take and give in fft_in.
+template <typename Record>
+float* frame_samples(Record* r) {
+    return reinterpret_cast<float*>(r->fft_in);
+}
+
+/// The windowed frame in in_fifo becomes the spectrum in fft_out, bins 0..half_size.
 template <typename Record>
 void analyse_frame(Record* r) {
-    for (int k = 0; k < r->fft_size; ++k) r->fft_in[k] = {r->in_fifo[k] * r->window[k], 0.0f};
+    float* const samples = frame_samples(r);
+    for (int k = 0; k < r->fft_size; ++k) samples[k] = r->in_fifo[k] * r->window[k];
     fft_forward(r->fft_cfg, r->fft_in, r->fft_out);
 }
 
-/// Bins 0..half_size of fft_out, without the mirrored half, become a windowed frame that is added to the output; the next
-/// hop of it goes to out_fifo. Bins above half_size are cleared; the inverse transform stays in fft_in.
+/// Bins 0..half_size of fft_out, without the mirrored half, become a windowed frame that is added
+/// to the output; the next hop of it goes to out_fifo.
 template <typename Record>
 void synthesise_frame(Record* r) {
-    std::fill(r->fft_out + r->half_size + 1, r->fft_out + r->fft_size, krel_complex_t{});
     fft_inverse(r->fft_cfg, r->fft_out, r->fft_in);
+    const float* const samples = frame_samples(r);
     for (int k = 0; k < r->fft_size; ++k) {
-        r->output_accum[k] += 2.0f * r->window[k] * r->fft_in[k].r / float{kOverlap};
+        r->output_accum[k] += 2.0f / float{kOverlap} * r->window[k] * samples[k];
     }
     std::copy_n(r->output_accum, r->hop, r->out_fifo);
-    // The accumulator is twice a frame long; its upper half stays zero, so that zeros follow the frame down.
+    // The accumulator is twice a frame long; its upper half stays zero, so that zeros follow the
+    // frame down.
     std::copy_n(r->output_accum + r->hop, r->fft_size, r->output_accum);
     std::copy_n(r->in_fifo + r->hop, r->latency, r->in_fifo);
 }
 
-/// Passes in_block[0..frames-1] through the FIFOs to out_block; process_frame(r) runs whenever a frame is full.
+/// Passes in_block[0..frames-1] through the FIFOs to out_block; process_frame(r) runs whenever a
+/// frame is full.
 template <typename Record, typename ProcessFrame>
 void run_block(Record* r, int frames, ProcessFrame process_frame) {
     for (int done = 0; done < frames;) {
@@ -111,10 +124,11 @@ void run_block(Record* r, int frames, ProcessFrame process_frame) {
     }
 }
 
-/// A whole process call: `frames` 16-bit samples from in to out, which may be the same buffer. More than fft_size frames
-/// are done in pieces. to_s16 converts a block of floats on the +-1 scale.
+/// A whole process call: `frames` 16-bit samples from in to out, which may be the same buffer. More
+/// than fft_size frames are done in pieces. to_s16 converts a block of floats on the +-1 scale.
 ///
-/// Returns -1 for a null pointer, 0 for frames < 1, else frames. An unusable record passes the samples through unchanged.
+/// Returns -1 for a null pointer, 0 for frames < 1, else frames. An unusable record passes the
+/// samples through unchanged.
 template <typename Record, typename ProcessFrame>
 int run_frames(Record* r, const int16_t* in, int16_t* out, int frames, ProcessFrame process_frame,
                void (*to_s16)(const float*, int16_t*, int)) {

@@ -28,14 +28,14 @@ constexpr int kBinRate = 8000;
 constexpr int kSmoothingCutoff = 100;
 constexpr int kLowPass = 1;
 constexpr int kResamplerQuality = 5;
-// Deliberate: ten bins at both transform sizes, not envelope_delay.
+// Deliberate: ten bins at both transform sizes, not envelope_delay: the filter's lag in bins does
+// not depend on them.
 constexpr int kSmoothingLag = 10;
 constexpr int kTowardStart = 1;
 
 constexpr float kUnshiftedLevel = 0.5f;  // of bins above the squeezed envelope
 constexpr float kLeastGain = 1.0f / 32.0f;
 constexpr float kLargestGain = 32.0f;
-constexpr int kExtrapolatedUpTo = 48000;  // Hz; beyond, the cubics of some curves run to infinity
 
 constexpr auto kEachBuffer = [](vocal_ctx_t* v, auto visit) {
     const int32_t size = v->fft_size;
@@ -80,12 +80,13 @@ bool fill_eq_gains(vocal_ctx_t* v, int sample_rate) {
     float* gain = v->eq_gain;  // Hz, then dB, then linear
     const int bins = v->half_size;
     set_bin_frequencies(gain, bins, sample_rate, v->fft_size);
-    if (sample_rate < 0 || sample_rate > kExtrapolatedUpTo) {
-        const float last = curve.hz[curve.points - 1];
-        for (int i = 0; i < bins; ++i) gain[i] = std::clamp(gain[i], curve.hz[0], last);
-    }
+    for (int i = 0; i < bins; ++i) gain[i] = std::max(gain[i], curve.hz[0]);  // negative rates
+    const float* const beyond = std::upper_bound(gain, gain + bins, curve.hz[curve.points - 1]);
     cubicinterp_process(interp, gain, gain, bins);
     cubicinterp_deinit(interp);
+    const int inside = static_cast<int>(beyond - gain);
+    const float last_db = curve.gain_db[curve.points - 1];
+    for (int i = inside; i < bins; ++i) gain[i] = std::min(gain[i], last_db);
     for (int i = 0; i < bins; ++i) gain[i] = static_cast<float>(pow(10.0, gain[i] / 20.0));
     return true;
 }
@@ -101,14 +102,16 @@ void acquire_all(vocal_ctx_t* v, int sample_rate) {
     if (v->resampler == nullptr || (has_eq && !fill_eq_gains(v, sample_rate))) release_all(v);
 }
 
-/// The smoothed envelope of the frame's magnitudes, and its squeezed copy. Returns the length of the copy in bins.
+/// The smoothed envelope of the frame's magnitudes, and its squeezed copy. Returns the length of
+/// the copy in bins.
 int track_envelope(vocal_ctx_t* v) {
     const int half = v->half_size;
     envelope_detect(&v->envelope_filter, v->magnitude, v->envelope, half);
     roll_queue(v->envelope, half, kSmoothingLag, kTowardStart);
     iir_float_reset(&v->envelope_filter);
 
-    // The resampler works on 16-bit integers: the envelope is truncated and saturates at 32767 on its way through.
+    // The resampler works on 16-bit integers: the envelope is truncated and saturates at 32767 on
+    // its way through.
     auto in_len = static_cast<spx_uint32_t>(half);
     auto out_len = static_cast<spx_uint32_t>(v->formant_ratio * static_cast<float>(half));
     speex_resampler_skip_zeros(v->resampler);
@@ -122,8 +125,8 @@ int track_envelope(vocal_ctx_t* v) {
 void apply_envelope_gain(vocal_ctx_t* v, int length) {
     for (int k = 0; k < length; ++k) {
         const float ratio = v->shifted_envelope[k] / v->envelope[k];
-        // Deliberate: the 0/0 of digital silence is a NaN that passes both limits. Frames of silence alone carry it, and the
-        // conversion to 16 bits makes it 0.
+        // Deliberate: the 0/0 of digital silence is a NaN that passes both limits. Frames of
+        // silence alone carry it, and the conversion to 16 bits makes it 0.
         const float raised = ratio < kLeastGain ? kLeastGain : ratio;
         v->syn_magn[k] = v->magnitude[k] * (raised > kLargestGain ? kLargestGain : raised);
     }
@@ -143,7 +146,8 @@ void cross_fade_top(vocal_ctx_t* v, int length) {
     }
 }
 
-/// syn_magn from magnitude. The squeezed envelope is at most half_size - 1 bins long: ratios are below 1 here.
+/// syn_magn from magnitude. The squeezed envelope is at most half_size - 1 bins long: ratios are
+/// below 1 here.
 void shift_formants(vocal_ctx_t* v) {
     for (int k = 0; k < v->half_size; ++k) v->syn_magn[k] = kUnshiftedLevel * v->magnitude[k];
     const int length = track_envelope(v);
@@ -151,7 +155,8 @@ void shift_formants(vocal_ctx_t* v) {
     cross_fade_top(v, length);
 }
 
-/// The Nyquist bin is deliberately neither analysed nor written: it keeps the value of the forward transform.
+/// The Nyquist bin is deliberately neither analysed nor written: it keeps the value of the forward
+/// transform.
 void process_frame(vocal_ctx_t* v) {
     const int half = v->half_size;
     analyse_frame(v);

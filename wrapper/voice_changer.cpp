@@ -10,6 +10,7 @@
 #include "base/memory.h"
 #include "base/ring.h"
 #include "core/vcp.h"
+#include "core/voice_block.h"
 #include "dsp/drc.h"
 
 using namespace krel;
@@ -18,11 +19,8 @@ pthread_mutex_t mVcpLock;
 
 namespace {
 
-constexpr int kBlock = 128;  // frames the core takes at a time, and the length of both FIFOs
+constexpr int kBlock = kVoiceBlock;    // also the length of both FIFOs
 constexpr uint32_t kStatLoops = 2048;  // blocks between two reports
-
-// Fields of drc_params_t in order: 480 samples of look-ahead, instant attack, threshold 30720, unity gain.
-constexpr drc_params_t kCompressor = {2, 240, 0, 7, 30720, 8192, 96};
 
 struct sample_fifo {
     int32_t bits;  // element width, 16 or 32
@@ -42,9 +40,9 @@ struct work_space {
     sample_fifo inFifo;
     sample_fifo outFifo;
     int32_t* convBuffer;  // owned, kBlock
-    int16_t* block;       // owned, kBlock: processed by the core in place
+    int16_t* block;       // owned, kBlock: processed in place
     void* vcp_ws;         // owned; null: no core, bypass
-    int32_t drcDisable;
+    int32_t drcDisable;   // non-zero: neither make-up gain nor compressor
     drc_t drc;
     int32_t* drcInput;  // owned, kBlock
     uint32_t statLoops;
@@ -90,36 +88,35 @@ ring_view view(sample_fifo& fifo) {
     return {fifo.capacity, fifo.count, fifo.readIndex, fifo.writeIndex};
 }
 
-/// Moves the first sample of each of `frames` frames into the FIFO; `stride` samples from frame to frame.
-template <typename T>
-void push_frames(sample_fifo& fifo, const T* first, size_t stride, size_t frames) {
-    ring_push_n(view(fifo), static_cast<T*>(fifo.data), first, stride, frames);
+/// Moves the first sample of each of `frames` frames into the FIFO; kStride samples from frame to
+/// frame.
+template <size_t kStride = 1, typename T>
+void push_frames(sample_fifo& fifo, const T* first, size_t frames) {
+    ring_push_n<kStride>(view(fifo), static_cast<T*>(fifo.data), first, frames);
 }
 
-/// Moves as many samples out of the FIFO into the first sample of each frame and, in stereo, into the second too.
-template <typename T>
-void pop_frames(sample_fifo& fifo, T* first, size_t stride, size_t frames) {
-    ring_pop_n(view(fifo), static_cast<const T*>(fifo.data), first, stride, frames);
-    if (stride != 2) return;
-    for (size_t i = 0; i < frames; ++i) first[2 * i + 1] = first[2 * i];
+/// Moves as many samples out of the FIFO, each into all kStride samples of its frame.
+template <size_t kStride = 1, typename T>
+void pop_frames(sample_fifo& fifo, T* first, size_t frames) {
+    ring_pop_n<kStride>(view(fifo), static_cast<const T*>(fifo.data), first, frames);
 }
 
 void take_block(work_space* ws) {
     if (ws->bitsPerSample == 16) {
-        pop_frames(ws->inFifo, ws->block, 1, kBlock);
+        pop_frames(ws->inFifo, ws->block, kBlock);
         return;
     }
-    pop_frames(ws->inFifo, ws->convBuffer, 1, kBlock);
+    pop_frames(ws->inFifo, ws->convBuffer, kBlock);
     for (int i = 0; i < kBlock; ++i) ws->block[i] = s16_from_q8_23_sat(ws->convBuffer[i]);
 }
 
 void give_block(work_space* ws) {
     if (ws->bitsPerSample == 16) {
-        push_frames(ws->outFifo, ws->block, 1, kBlock);
+        push_frames(ws->outFifo, ws->block, kBlock);
         return;
     }
     for (int i = 0; i < kBlock; ++i) ws->convBuffer[i] = ws->block[i] * 256;
-    push_frames(ws->outFifo, ws->convBuffer, 1, kBlock);
+    push_frames(ws->outFifo, ws->convBuffer, kBlock);
 }
 
 void report_load(work_space* ws) {
@@ -144,55 +141,59 @@ void count_load(work_space* ws, int64_t elapsed_us) {
     if (ws->statLoops >= kStatLoops) report_load(ws);
 }
 
-/// One full input FIFO through core, make-up gain and compressor into the output FIFO.
+/// One full input FIFO through the voice into the output FIFO.
 void run_block(work_space* ws) {
     const int64_t start_us = now_us();
     take_block(ws);
-    if (vcp_process(ws->vcp_ws, ws->block, ws->block, kBlock) < 0) {
-        KREL_LOGW(kWrapperTag, "%s: vcp_process failed!", "krel_voice_changer_process");
-    }
-    if (ws->drcDisable == 0) {
-        for (int i = 0; i < kBlock; ++i)
-            ws->drcInput[i] = (ws->block[i] * 21) >> 4;  // make-up gain 21/16
-        drc_process(&ws->drc, ws->drcInput, ws->block, kBlock);
+    drc_t* const compressor = ws->drcDisable == 0 ? &ws->drc : nullptr;
+    if (voice_block_process(ws->vcp_ws, compressor, ws->drcInput, ws->block) < 0) {
+        KREL_LOGW(kWrapperTag, "krel_voice_changer_process: vcp_process failed!");
     }
     give_block(ws);
     count_load(ws, now_us() - start_us);
 }
 
-/// Every frame gives one sample to the input FIFO and takes one from the output FIFO; a block runs in between whenever
-/// the input FIFO is full. Frames are handled in runs up to that point.
-template <typename T>
+/// Every frame gives one sample to the input FIFO and takes one from the output FIFO; a block runs
+/// in between whenever the input FIFO is full. Frames are handled in runs up to that point.
+template <size_t kStride, typename T>
 void process_frames(work_space* ws, T* buffer, size_t frames) {
-    // Deliberate: any other number of channels than two advances one sample per frame.
-    const size_t stride = ws->chnNum == 2 ? 2 : 1;
     while (frames > 0) {
         const auto room = static_cast<size_t>(ws->inFifo.capacity - ws->inFifo.count);
         const size_t run = std::min(frames, room);
-        push_frames(ws->inFifo, buffer, stride, run);
+        push_frames<kStride>(ws->inFifo, buffer, run);
         size_t waiting = run;
         if (run == room) {
-            pop_frames(ws->outFifo, buffer, stride, run - 1);
-            buffer += (run - 1) * stride;
+            pop_frames<kStride>(ws->outFifo, buffer, run - 1);
+            buffer += (run - 1) * kStride;
             waiting = 1;
             run_block(ws);
         }
-        pop_frames(ws->outFifo, buffer, stride, waiting);
-        buffer += waiting * stride;
+        pop_frames<kStride>(ws->outFifo, buffer, waiting);
+        buffer += waiting * kStride;
         frames -= run;
     }
 }
 
-void* start_core(uint32_t sample_rate, const char* caller) {
-    void* core = vcp_init(static_cast<int>(sample_rate));
-    if (core == nullptr) KREL_LOGW(kWrapperTag, "%s: vcp_init return NULL!", caller);
-    return core;
+template <typename T>
+void process_buffer(work_space* ws, T* buffer, size_t frames) {
+    // Deliberate: any other number of channels than two advances one sample per frame.
+    if (ws->chnNum == 2) {
+        process_frames<2>(ws, buffer, frames);
+    } else {
+        process_frames<1>(ws, buffer, frames);
+    }
 }
 
-bool has_buffers(const work_space* ws) {
-    return ws->inFifo.data != nullptr && ws->outFifo.data != nullptr && ws->convBuffer != nullptr &&
-           ws->block != nullptr && ws->drcInput != nullptr && ws->drc.gain_history != nullptr &&
-           ws->drc.delay_line != nullptr;
+/// All that the work space owns but the core. False when some of it is missing.
+bool allocate_buffers(work_space* ws) {
+    fifo_init(ws->inFifo, ws->bitsPerSample);
+    fifo_init(ws->outFifo, ws->bitsPerSample);
+    ws->convBuffer = zeroed_raw<int32_t>(kBlock);
+    ws->block = zeroed_raw<int16_t>(kBlock);
+    ws->drcInput = zeroed_raw<int32_t>(kBlock);
+    return voice_compressor_init(&ws->drc) && ws->inFifo.data != nullptr &&
+           ws->outFifo.data != nullptr && ws->convBuffer != nullptr && ws->block != nullptr &&
+           ws->drcInput != nullptr;
 }
 
 void free_work_space(work_space* ws) {
@@ -209,10 +210,12 @@ void free_work_space(work_space* ws) {
 
 }  // namespace
 
-void* krel_voice_changer_init(unsigned chn_num, unsigned sample_rate, int format_type, int mode) {
-    KREL_LOGD(kWrapperTag, "%s: chn_num %d, sample_rate %zu, format_type %d, mode %d",
-              "krel_voice_changer_init", static_cast<int>(chn_num),
-              static_cast<size_t>(sample_rate), format_type, mode);
+void* krel_voice_changer_init(unsigned chn_num, unsigned sample_rate, int format_type,
+                              int drc_disable) {
+    KREL_LOGD(kWrapperTag,
+              "krel_voice_changer_init: chn_num %d, sample_rate %zu, format_type %d, mode %d",
+              static_cast<int>(chn_num), static_cast<size_t>(sample_rate), format_type,
+              drc_disable);
     auto* ws = zeroed_raw<work_space>(1);
     if (ws == nullptr) return nullptr;
 
@@ -224,30 +227,29 @@ void* krel_voice_changer_init(unsigned chn_num, unsigned sample_rate, int format
                              : KREL_FORMAT_OTHER;
     ws->bitsPerSample = narrow ? 16 : 32;
     ws->bytesPerSample = narrow ? 2 : 4;
-    ws->vcp_ws = start_core(ws->sampleRate, "krel_voice_changer_init");
-    fifo_init(ws->inFifo, ws->bitsPerSample);
-    fifo_init(ws->outFifo, ws->bitsPerSample);
-    ws->convBuffer = zeroed_raw<int32_t>(kBlock);
-    ws->block = zeroed_raw<int16_t>(kBlock);
-    ws->drcDisable = mode;
-    drc_params_t params = kCompressor;
-    drc_init(&ws->drc, &params);
-    ws->drcInput = zeroed_raw<int32_t>(kBlock);
-    if (!has_buffers(ws)) {
+    ws->vcp_ws = vcp_init(static_cast<int>(ws->sampleRate));
+    if (ws->vcp_ws == nullptr) {
+        KREL_LOGW(kWrapperTag, "krel_voice_changer_init: vcp_init return NULL!");
+    }
+    ws->drcDisable = drc_disable;
+    if (!allocate_buffers(ws)) {
         free_work_space(ws);
         return nullptr;
     }
     return ws;
 }
 
-void krel_voice_changer_set_mode(void* ws_handle, int mode) {
+void krel_voice_changer_set_mode(void* ws_handle, int preset) {
     auto* ws = static_cast<work_space*>(ws_handle);
     if (ws == nullptr) return;
     const lock_guard lock;
     if (ws->vcp_ws != nullptr) vcp_deinit(ws->vcp_ws);
-    ws->vcp_ws = start_core(ws->sampleRate, "krel_voice_changer_set_mode");
-    KREL_LOGD(kWrapperTag, "%s: %d, drc %d", "krel_voice_changer_set_mode", mode, ws->drcDisable);
-    vcp_set_mode(ws->vcp_ws, mode);
+    ws->vcp_ws = vcp_init(static_cast<int>(ws->sampleRate));
+    if (ws->vcp_ws == nullptr) {
+        KREL_LOGW(kWrapperTag, "krel_voice_changer_set_mode: vcp_init return NULL!");
+    }
+    KREL_LOGD(kWrapperTag, "krel_voice_changer_set_mode: %d, drc %d", preset, ws->drcDisable);
+    vcp_set_mode(ws->vcp_ws, preset);
 }
 
 void krel_voice_changer_process(void* ws_handle, void* buffer, size_t size) {
@@ -255,13 +257,13 @@ void krel_voice_changer_process(void* ws_handle, void* buffer, size_t size) {
     if (ws == nullptr) return;
     const lock_guard lock;
     if (ws->vcp_ws == nullptr) {
-        KREL_LOGW(kWrapperTag, "%s: vcp_ws is NULL, bypass", "krel_voice_changer_process");
+        KREL_LOGW(kWrapperTag, "krel_voice_changer_process: vcp_ws is NULL, bypass");
         return;
     }
     if (buffer == nullptr || ws->chnNum == 0) return;
     const size_t frames = size / (size_t{ws->chnNum} * static_cast<size_t>(ws->bytesPerSample));
     if (ws->bitsPerSample == 16) {
-        process_frames(ws, static_cast<int16_t*>(buffer), frames);
+        process_buffer(ws, static_cast<int16_t*>(buffer), frames);
         return;
     }
     auto* samples = static_cast<int32_t*>(buffer);
@@ -269,7 +271,7 @@ void krel_voice_changer_process(void* ws_handle, void* buffer, size_t size) {
     if (ws->formatType == KREL_FORMAT_S32) {
         for (size_t i = 0; i < count; ++i) samples[i] = q8_23_from_s32(samples[i]);
     }
-    process_frames(ws, samples, frames);
+    process_buffer(ws, samples, frames);
     if (ws->formatType == KREL_FORMAT_S32) {
         for (size_t i = 0; i < count; ++i) samples[i] = s32_from_q8_23_sat(samples[i]);
     }
@@ -278,7 +280,7 @@ void krel_voice_changer_process(void* ws_handle, void* buffer, size_t size) {
 void krel_voice_changer_deinit(void* ws_handle) {
     auto* ws = static_cast<work_space*>(ws_handle);
     if (ws == nullptr) return;
-    KREL_LOGD(kWrapperTag, "%s", "krel_voice_changer_deinit");
+    KREL_LOGD(kWrapperTag, "krel_voice_changer_deinit");
     const lock_guard lock;
     free_work_space(ws);
 }

@@ -1,5 +1,5 @@
-// What a device has and musl lacks or does otherwise, for running the Android build on a desk: loaded as liblog.so, before
-// the C library.
+// What a device has and musl lacks or does otherwise, for running the Android build on a desk:
+// loaded as liblog.so, before the C library.
 #include <android/log.h>
 #include <stdint.h>
 #include <stdlib.h>

@@ -1,17 +1,18 @@
-// Drives every preset of an effect library for a second as the framework would and prints a checksum of each one's
-// output. Plain C, so that it runs beside any C library.
+// Drives all presets of an effect library for a second as the framework would and prints a checksum
+// of each one's output. Plain C, so that it runs beside any C library.
 //
-//   drive LIBRARY
+//   drive LIBRARY PRESETS     PRESETS: how many there are
 #include <dlfcn.h>
 #include <hardware/audio_effect.h>
 #include <inttypes.h>
 #include <stdio.h>
 #include <stdlib.h>
 
-static const effect_uuid_t kUuid = {
-        0x40050b20, 0x6999, 0x11e0, 0xb0d8, {0x00, 0x02, 0xa5, 0xd5, 0xc5, 0x26}};
+#include "effect/interface.h"
 
-enum { kPresets = 17, kMostFrames = 960 };
+static const effect_uuid_t kUuid = KREL_VCP_UUID;
+
+enum { kMostFrames = 960 };
 
 static void require(int held, const char* what) {
     if (held) return;
@@ -70,8 +71,8 @@ static uint64_t run(const audio_effect_library_t* library, int32_t preset, uint3
     effect_handle_t effect = NULL;
     require(library->create_effect(&kUuid, 1, 1, &effect) == 0, "the effect cannot be created");
     command(effect, EFFECT_CMD_INIT, 0, NULL);
-    int32_t parameter[] = {0, sizeof(int32_t), sizeof(int32_t), 0, preset};
-    command(effect, EFFECT_CMD_SET_PARAM, sizeof parameter, parameter);
+    krel_vcp_param_t parameter = KREL_VCP_PARAM(preset);
+    command(effect, EFFECT_CMD_SET_PARAM, sizeof parameter, &parameter);
     configure(effect, rate_hz, format);
     command(effect, EFFECT_CMD_ENABLE, 0, NULL);
 
@@ -91,12 +92,14 @@ static uint64_t run(const audio_effect_library_t* library, int32_t preset, uint3
 }
 
 int main(int argc, char** argv) {
-    require(argc == 2, "usage: drive LIBRARY");
+    require(argc == 3, "usage: drive LIBRARY PRESETS");
     void* handle = dlopen(argv[1], RTLD_NOW);
     require(handle != NULL, handle == NULL ? dlerror() : "");
     const audio_effect_library_t* library = dlsym(handle, AUDIO_EFFECT_LIBRARY_INFO_SYM_AS_STR);
     require(library != NULL && library->tag == AUDIO_EFFECT_LIBRARY_TAG, "no effect library");
-    for (int32_t preset = 0; preset < kPresets; ++preset) {
+    const int32_t presets = atoi(argv[2]);
+    require(presets > 0, "there are no presets");
+    for (int32_t preset = 0; preset < presets; ++preset) {
         // One after the other: echoes draw from one sequence.
         const uint64_t wide = run(library, preset, 48000, AUDIO_FORMAT_PCM_FLOAT);
         const uint64_t narrow = run(library, preset, 16000, AUDIO_FORMAT_PCM_16_BIT);

@@ -1,10 +1,13 @@
-// An effect library that copies its input, writes down every call to $FAKE_EFFECT_LOG, and misbehaves as $FAKE_EFFECT_FAULT
-// says.
+// An effect library that copies its input, writes down every call to $FAKE_EFFECT_LOG, and
+// misbehaves as $FAKE_EFFECT_FAULT says.
+#pragma GCC diagnostic ignored "-Wunused-parameter"
 #include <hardware/audio_effect.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <threads.h>
+
+#include "effect/interface.h"
 
 static int fault_is(const char* name) {
     const char* fault = getenv("FAKE_EFFECT_FAULT");
@@ -22,14 +25,12 @@ static int fault_is(const char* name) {
         }                                                    \
     } while (0)
 
-static const effect_uuid_t kUuid = {
-        0x40050b20, 0x6999, 0x11e0, 0xb0d8, {0x00, 0x02, 0xa5, 0xd5, 0xc5, 0x26}};
+static const effect_uuid_t kUuid = KREL_VCP_UUID;
 
 static effect_config_t g_config;
 static int g_enabled;
 
 static int32_t process(effect_handle_t self, audio_buffer_t* in, audio_buffer_t* out) {
-    (void)self;
     NOTE("process %zu %s%s", in->frameCount, in->raw == out->raw ? "in place" : "apart",
          in->frameCount == out->frameCount ? "" : " of other length");
     if (fault_is("block")) return -EINVAL;
@@ -51,7 +52,6 @@ static void note_config(const char* side, const buffer_config_t* c) {
 
 static int32_t command(effect_handle_t self, uint32_t code, uint32_t size, void* data,
                        uint32_t* reply_size, void* reply) {
-    (void)self;
     NOTE("command %u, size %u, reply %u", code, size, *reply_size);
     if (reply != NULL) *(int32_t*)reply = 0;
     if (code == EFFECT_CMD_INIT && fault_is("init")) return -EINVAL;
@@ -80,7 +80,6 @@ static int32_t fill(const effect_uuid_t* uuid, effect_descriptor_t* descriptor) 
 }
 
 static int32_t instance_descriptor(effect_handle_t self, effect_descriptor_t* descriptor) {
-    (void)self;
     NOTE("instance descriptor, %s", descriptor->apiVersion == 0 ? "zeroed" : "not zeroed");
     return 0;
 }
@@ -89,8 +88,6 @@ static struct effect_interface_s g_interface = {process, command, instance_descr
 static struct effect_interface_s* g_instance = &g_interface;
 
 static int32_t create(const effect_uuid_t* uuid, int32_t session, int32_t io, effect_handle_t* h) {
-    (void)session;
-    (void)io;
     NOTE("create");
     *h = &g_instance;
     return memcmp(uuid, &kUuid, sizeof(kUuid)) != 0 || fault_is("create") ? -ENOENT : 0;
@@ -101,15 +98,14 @@ static int32_t release(effect_handle_t handle) {
     return 0;
 }
 
-__attribute__((visibility("default"))) audio_effect_library_t AELI = {
-        .tag = AUDIO_EFFECT_LIBRARY_TAG,
-        .version = 0x00030005,  // the minor half does not matter
-        .name = "fake",
-        .implementor = "tests",
-        .create_effect = create,
-        .release_effect = release,
-        .get_descriptor = fill,
-};
+__attribute__((visibility("default")))
+audio_effect_library_t AELI = {AUDIO_EFFECT_LIBRARY_TAG,
+                               0x00030005,  // the minor half does not matter
+                               "fake",
+                               "tests",
+                               create,
+                               release,
+                               fill};
 
 __attribute__((constructor)) static void corrupt(void) {
     if (fault_is("tag")) AELI.tag = 0x544C4541;

@@ -1,4 +1,5 @@
-// The interface table and library record of Android's <hardware/audio_effect.h>, for builds outside an Android tree.
+// The interface table and library record of Android's <hardware/audio_effect.h>, for builds outside
+// an Android tree.
 #ifndef KREL_PLATFORM_HARDWARE_AUDIO_EFFECT_H
 #define KREL_PLATFORM_HARDWARE_AUDIO_EFFECT_H
 
@@ -28,7 +29,8 @@ struct effect_interface_s {
 #define AUDIO_EFFECT_LIBRARY_INFO_SYM AELI
 #define AUDIO_EFFECT_LIBRARY_INFO_SYM_AS_STR "AELI"
 
-// Later platforms have an eighth member, create_effect_3_1, which they read from records of version 3.1 on only.
+// Later platforms have an eighth member, create_effect_3_1, which they read from records of version
+// 3.1 on only.
 typedef struct audio_effect_library_s {
     uint32_t tag;
     uint32_t version;

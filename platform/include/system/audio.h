@@ -1,5 +1,6 @@
-// The sample formats and helpers of Android's <system/audio.h> that this library uses, for builds outside an Android
-// tree. Values and layouts are the published ones; abi_check.cpp holds them against whatever header is in use.
+// The sample formats and helpers of Android's <system/audio.h> that this library uses, for builds
+// outside an Android tree. Values and layouts are the published ones; abi_check.cpp holds them
+// against whatever header is in use.
 #ifndef KREL_PLATFORM_SYSTEM_AUDIO_H
 #define KREL_PLATFORM_SYSTEM_AUDIO_H
 

@@ -1,5 +1,6 @@
-// The records, commands and constants of Android's <system/audio_effect.h> that this library and its host program use,
-// for builds outside an Android tree. Values and layouts are the published ones.
+// The records, commands and constants of Android's <system/audio_effect.h> that this library and
+// its host program use, for builds outside an Android tree. Values and layouts are the published
+// ones.
 #ifndef KREL_PLATFORM_SYSTEM_AUDIO_EFFECT_H
 #define KREL_PLATFORM_SYSTEM_AUDIO_EFFECT_H
 

@@ -1,4 +1,5 @@
-// Channel masks as they are from Android 12 on: an enumeration, which C++ does not convert integers to.
+// Channel masks as they are from Android 12 on: an enumeration, which C++ does not convert integers
+// to.
 #ifndef ANDROID_DESK_SYSTEM_AUDIO_H
 #define ANDROID_DESK_SYSTEM_AUDIO_H
 

@@ -1,0 +1,33 @@
+// One voice, ready to run. It yields the samples that the effect library's voice changer yields
+// after the same silence.
+#ifndef KREL_ENGINE_PREPARED_VOICE_H
+#define KREL_ENGINE_PREPARED_VOICE_H
+
+#include <stdint.h>
+
+#include "core/voice_block.h"
+
+namespace krel {
+
+struct prepared_voice {
+    int number;
+    int delay;                     // samples by which a block comes out late
+    void* core;                    // owned
+    drc_t compressor;              // its arrays are owned
+    int16_t settled[kVoiceBlock];  // what the last block of silence became
+    prepared_voice* next;          // in a list of voices to free
+};
+
+/// A voice that has settled on silence; null when memory is short. The caller owns it.
+prepared_voice* prepare_voice(int rate_hz, int number);
+
+/// Null is harmless.
+void free_voice(prepared_voice* voice);
+
+/// kVoiceBlock samples in place; `amplified` is scratch of that length. Real time: allocates
+/// nothing.
+void run_voice(prepared_voice* voice, int32_t* amplified, int16_t* block);
+
+}  // namespace krel
+
+#endif
