@@ -5,8 +5,12 @@
 #   scripts/setup.sh            what `make demo` and `make test` need
 #   scripts/setup.sh check      also what the checks need: clang, its tools, sanitizers and fuzzing run-time library
 #   scripts/setup.sh coverage   also the coverage report
+#   scripts/setup.sh lv2        also the LV2 headers and hosts, and a JACK server
 #   scripts/setup.sh arm64      also the cross toolchain, the arm64 libraries and the emulator
+#   scripts/setup.sh armv7      the same for 32-bit ARM
+#   scripts/setup.sh peers      also other makers' pitch changers, for `make bench PEERS=1`
 #   scripts/setup.sh android    also what `make check-android` needs: clang, another C library, the emulator
+#   scripts/setup.sh web        also a browser, for the tests of pages
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -15,20 +19,40 @@ readonly SUMS=cmake/tarballs.sha256
 
 packages=(
     build-essential cmake ninja-build pkg-config python3 xz-utils ca-certificates
-    android-liblog-dev libsimde-dev libsndfile1-dev libcli11-dev libgtest-dev libgmock-dev libbenchmark-dev
+    android-liblog-dev libsimde-dev libsndfile1-dev libsamplerate0-dev libebur128-dev libcli11-dev nlohmann-json3-dev
+    libelf-dev libtinyxml2-dev libkissfft-dev libpng-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
 )
+
+# What the library, the program and the tests link with on another machine.
+cross_packages() { # ARCHITECTURE
+    printf "%s:$1\n" android-liblog-dev libsndfile1-dev libsamplerate0-dev libebur128-dev libgtest-dev libgmock-dev
+}
+
 for group in "$@"; do
     case $group in
         check) packages+=(clang clang-format clang-tidy libclang-rt-14-dev) ;;
         coverage) packages+=(gcovr) ;;
+        lv2) packages+=(lv2-dev lilv-utils sordi jalv jackd2) ;;
         arm64)
-            packages+=(crossbuild-essential-arm64 qemu-user)
-            packages+=(android-liblog-dev:arm64 libsndfile1-dev:arm64)
-            packages+=(libgtest-dev:arm64 libgmock-dev:arm64 libne10-dev:arm64)
+            packages+=(crossbuild-essential-arm64 qemu-user libne10-dev:arm64 libelf-dev:arm64 libtinyxml2-dev:arm64)
+            packages+=(libkissfft-dev:arm64 libpng-dev:arm64)
+            mapfile -t -O ${#packages[@]} packages < <(cross_packages arm64)
             ;;
-        android) packages+=(clang lld libc++-dev musl-dev:arm64 qemu-user blueprint-tools) ;;
+        armv7)
+            packages+=(crossbuild-essential-armhf qemu-user)
+            mapfile -t -O ${#packages[@]} packages < <(cross_packages armhf)
+            ;;
+        android)
+            # The calling convention of 32-bit Android is soft-float, Debian's armel: its C library. The compiler's own
+            # run-time functions are in armhf only.
+            packages+=(clang lld libc++-dev musl-dev:arm64 musl-dev:armel libclang-rt-14-dev:armhf)
+            packages+=(gcc-arm-linux-gnueabi qemu-user blueprint-tools)
+            ;;
+        web) packages+=(chromium chromium-driver) ;;
+        peers) packages+=(libsoundtouch-dev librubberband-dev) ;;
         *)
-            echo "setup: unknown group '$group' (check, coverage, arm64, android)" >&2
+            echo "setup: unknown group '$group' (check, coverage, lv2, arm64, armv7, android, web, peers)" >&2
             exit 2
             ;;
     esac
@@ -46,17 +70,32 @@ installed() { # PACKAGE[:ARCHITECTURE]
         grep -qxE "($architecture|all) installed"
 }
 
+# apt drops all of a source whose list for one architecture is amiss, so after a failure each architecture is asked for
+# by itself. What is then still missing is no reason to stop: the installation decides.
+update_lists() {
+    local settings architecture
+    as_root apt-get update -qq 2>/dev/null && return
+    settings=$(mktemp)
+    for architecture in $(dpkg --print-foreign-architectures); do
+        printf '#clear APT::Architectures;\nAPT::Architectures { "%s"; "%s"; };\nAPT::Get::List-Cleanup "false";\n' \
+            "$(dpkg --print-architecture)" "$architecture" >"$settings"
+        as_root env APT_CONFIG="$settings" apt-get update -qq ||
+            echo "setup: some package lists for $architecture are missing or old" >&2
+    done
+    rm -f "$settings"
+}
+
 install_packages() {
-    local missing=()
+    local missing=() package architecture
     for package in "${packages[@]}"; do
         installed "$package" || missing+=("$package")
     done
     [[ ${#missing[@]} -gt 0 ]] || return 0
-    if [[ " ${missing[*]} " == *:arm64* ]] && ! dpkg --print-foreign-architectures | grep -qx arm64; then
-        as_root dpkg --add-architecture arm64
-    fi
+    for architecture in $(printf '%s\n' "${missing[@]}" | sed -n 's/.*://p' | sort -u); do
+        as_root dpkg --add-architecture "$architecture"  # again: does nothing
+    done
     echo "setup: installing ${missing[*]}"
-    as_root apt-get update -qq
+    update_lists
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
