@@ -7,7 +7,9 @@
 
 #include <stdint.h>
 
-/** Type and implementation, 40050b20-6999-11e0-b0d8-0002a5d5c526: initialises an effect_uuid_t. */
+/** Type and implementation, as a configuration file writes it. */
+#define KREL_VCP_UUID_TEXT "40050b20-6999-11e0-b0d8-0002a5d5c526"
+/** The same: initialises an effect_uuid_t. */
 #define KREL_VCP_UUID                                                              \
     {                                                                              \
         0x40050b20, 0x6999, 0x11e0, 0xb0d8, { 0x00, 0x02, 0xa5, 0xd5, 0xc5, 0x26 } \

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "effect/interface.h"
 #include "host/doctor/checks.h"
 #include "host/doctor/effects_config.h"
 #include "host/error.h"
@@ -8,7 +9,6 @@ namespace krel::host::doctor {
 namespace {
 
 constexpr char kConfig[] = "configuration";
-constexpr char kUuid[] = "40050b20-6999-11e0-b0d8-0002a5d5c526";
 constexpr int kFirstWithSku = 30;
 
 /// Where the factory looks for audio_effects.xml, in its order.
@@ -72,7 +72,8 @@ std::optional<Chosen> choose(const Device& device, Report& report) {
 }
 
 const EffectsConfig::Effect* find_effect(const EffectsConfig& config) {
-    const auto found = std::ranges::find(config.effects, kUuid, &EffectsConfig::Effect::uuid);
+    const auto found = std::ranges::find(config.effects, std::string_view(KREL_VCP_UUID_TEXT),
+                                         &EffectsConfig::Effect::uuid);
     return found == config.effects.end() ? nullptr : &*found;
 }
 
@@ -81,7 +82,7 @@ const EffectsConfig::Effect* find_effect(const EffectsConfig& config) {
 const EffectsConfig::Library* check_entries(const EffectsConfig& config, Report& report) {
     const auto* effect = find_effect(config);
     if (effect == nullptr) {
-        report.problem(kConfig, std::string("no effect has the uuid ") + kUuid,
+        report.problem(kConfig, "no effect has the uuid " KREL_VCP_UUID_TEXT,
                        "add <effect> of android/audio_effects.xml");
         return nullptr;
     }
