@@ -1,5 +1,6 @@
 // Long random use: memory stays flat, output sane. SOAK_SECONDS of wall time, SOAK_SEED to repeat a
 // run.
+#include <inttypes.h>
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -31,8 +32,8 @@ TEST(Soak, RandomUseLeavesMemoryFlatAndOutputInRange) {
             for (int i = 0; i < 900; ++i) players[i % 3].step();
             for (auto& player : players) player.settle();
             const Live now = live();
-            printf("soak: seed %d, %ld blocks, %ld bytes at rest\n", seed,
-                   players[0].blocks + players[1].blocks + players[2].blocks, long{now.bytes});
+            printf("soak: seed %d, %ld blocks, %" PRId64 " bytes at rest\n", seed,
+                   players[0].blocks + players[1].blocks + players[2].blocks, now.bytes);
             ASSERT_TRUE(!HasFailure() && now.blocks == first.blocks);
             // The allocator may hand out 16 bytes more than last time for the same request.
             ASSERT_LE(std::abs(now.bytes - first.bytes), 16 * first.blocks);
