@@ -242,6 +242,11 @@ KREL_EXPORT void updateBaseFreq(pitchStreamStruct* stream, int16_t* samples, int
  * Resamples outputBuffer[start .. numOutputSamples - 1] in place, to sampleRate / pitch in a
  * tracking stream and to the rate set by pitchSetPitch() in a fixed one. Returns 1, or 0 when a
  * buffer could not grow or start < 0. A pitch outside [0.5, 3.0] is taken as the nearer of the two.
+ *
+ * The output rate is a whole number of Hz. Above 65535 Hz (a pitch below 0.67 at 44.1 kHz, 0.73 at
+ * 48 kHz, 1.46 at 96 kHz) the reduced ratio of the rates may be beyond the resampler's arithmetic:
+ * it is then approximated within 1e-4. When memory for another ratio's filter is short, the last
+ * one stays.
  */
 KREL_EXPORT int adjustRate(pitchStreamStruct* stream, float pitch, int start);
 
