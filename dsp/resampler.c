@@ -2,17 +2,17 @@
 // is compiled as it is, with three of its names bent to functions of this file; every result is the
 // same 16-bit integer, at a ratio whose reduced denominator is below 2^28.
 //
-// - The windowed sinc is symmetric: the second half of an interpolated filter's table is a copy of
-//   the first, which is calculated in one loop with a sine of our own.
-// - Interpolation multiplies the input with four neighbouring phases of the table, which lie
-//   `oversample` values apart from tap to tap. Before a table's first use each phase is laid out as
-//   a row of its own, behind the table: four plain dot products.
+// - An interpolated filter's table is made at its first use, in rows: interpolation multiplies the
+//   input with four neighbouring phases, which in the package's order lie `oversample` values apart
+//   from tap to tap; as rows they are four plain dot products. The windowed sinc is symmetric: half
+//   of the phases are calculated, in one loop with a sine of our own.
 // - Which phase an output sample falls on is carried along, not divided out for each.
 #include <limits.h>
 #include <math.h>
 #include <speex/speex_resampler.h>
 #include <stdint.h>
 #include <stdlib.h>
+#include <string.h>
 
 #define FIXED_POINT
 #define VAR_ARRAYS
@@ -22,24 +22,22 @@ struct FuncDef;
 // Inlined into our loop too, which vectorises only then.
 __attribute__((always_inline)) static inline double compute_func(float x,
                                                                  const struct FuncDef* window);
-static int16_t table_value(const SpeexResamplerState* st, int direct, int32_t i, float cutoff,
-                           float x, int taps, const struct FuncDef* window);
 static int resampler_basic_interpolate_single(SpeexResamplerState* st, uint32_t channel,
                                               const int16_t* in, uint32_t* in_len, int16_t* out,
                                               uint32_t* out_len);
 
-// A table's block of memory has room for the rows: `oversample + 3` phases are at most four times
-// what `oversample` take.
+// A table's block of memory has room for the rows in its place: `oversample + 3` phases are at most
+// four times what `oversample` take.
 #define OVERRIDE_SPEEX_REALLOC
 #define speex_realloc(block, bytes) \
-    ((bytes) > INT_MAX / 5 ? NULL   \
-                           : realloc(block, &(block) == &st->sinc_table ? 5 * (bytes) : (bytes)))
+    ((bytes) > INT_MAX / 4 ? NULL   \
+                           : realloc(block, &(block) == &st->sinc_table ? 4 * (bytes) : (bytes)))
 
-// Where sinc() is called, its first argument is st->cutoff: that becomes table_value(st,
-// use_direct, i, st->cutoff, ...). Where it is defined, it is `float cutoff`: that becomes
-// package_sinc(float cutoff, ...).
+// Where sinc() is called, its first argument is st->cutoff: that becomes `use_direct ?
+// package_sinc(st->cutoff, ...) : 0`, so that a table that is to be interpolated costs nothing yet.
+// Where it is defined, it is `float cutoff`: that becomes package_sinc(float cutoff, ...).
 #define sinc(first, x, taps, window) SINC_OF_##first, x, taps, window)
-#define SINC_OF_st table_value(st, use_direct, i, st
+#define SINC_OF_st !use_direct ? 0 : package_sinc(st
 #define SINC_OF_float package_sinc(float
 
 // Only the definition has arguments; where the design picks its filter function, it gets ours.
@@ -71,41 +69,45 @@ static inline double sine(double x) {
     return odd == 0.0 ? s : -s;
 }
 
-/// Values 0..half-1 of a table, as package_sinc() has them.
-static void design_half(const SpeexResamplerState* st, float cutoff, int half,
-                        const struct FuncDef* window) {
+/// Phase 0..oversample-1 of an interpolated filter, its taps in order, as package_sinc() has them.
+static void design_phase(const SpeexResamplerState* st, uint32_t phase, int16_t* row) {
+    const struct FuncDef* const window = quality_map[st->quality].window_func;
     const int taps = (int)st->filt_len;
-    const float oversample = (float)st->oversample;
+    const int oversample = (int)st->oversample;
+    const float cutoff = st->cutoff;
     const float middle = (float)(taps / 2);
-    for (int i = 0; i < half; ++i) {
-        const float x = (float)i / oversample - middle;
+    for (int tap = 0; tap < taps; ++tap) {
+        const float x = (float)(tap * oversample + (int)phase) / (float)oversample - middle;
         const double angle = M_PI * (x * cutoff);
-        const double value =
-                32768. * cutoff * sine(angle) / angle * compute_func(fabs(2. * x / taps), window);
-        st->sinc_table[i + 4] = WORD2INT(value);
+        const double peak = 32768. * cutoff;
+        const double sinc = x == 0.0f ? peak : peak * sine(angle) / angle;
+        const double value = sinc * compute_func(fabs(2. * x / taps), window);
+        row[tap] = WORD2INT(value);
     }
 }
 
-/// Value i of a table, -4..oversample * filt_len + 3, asked for in order; x is its place in input
-/// samples from the middle.
-static int16_t table_value(const SpeexResamplerState* st, int direct, int32_t i, float cutoff,
-                           float x, int taps, const struct FuncDef* window) {
-    const int32_t half = (int32_t)(st->oversample * st->filt_len) / 2;
-    if (direct || i == half) return package_sinc(cutoff, x, taps, window);
-    if (i == -4) design_half(st, cutoff, half, window);
-    if (i < 0) return 0;
-    return st->sinc_table[(i < half ? i : 2 * half - i) + 4];
+static int16_t* row_of(const SpeexResamplerState* st, uint32_t row) {
+    return st->sinc_table + row * st->filt_len;
 }
 
-static int16_t* rows_of(const SpeexResamplerState* st) {
-    return st->sinc_table + st->filt_len * st->oversample + 8;
-}
-
-static void lay_out_rows(const SpeexResamplerState* st) {
-    int16_t* to = rows_of(st);
-    for (uint32_t row = 0; row < st->oversample + 3; ++row) {
-        const int16_t* from = st->sinc_table + 3 + row;
-        for (uint32_t tap = 0; tap < st->filt_len; ++tap) *to++ = from[tap * st->oversample];
+/// Row 0..oversample+2 holds phase -1..oversample+1: the outer ones are those on the other side,
+/// moved by a tap.
+static void design_rows(const SpeexResamplerState* st) {
+    const uint32_t end = st->oversample;
+    const size_t taps = st->filt_len;
+    for (uint32_t phase = 0; phase <= end / 2; ++phase)
+        design_phase(st, phase, row_of(st, phase + 1));
+    for (uint32_t phase = end / 2 + 1; phase < end; ++phase) {
+        const int16_t* const mirrored = row_of(st, end - phase + 1);
+        int16_t* const row = row_of(st, phase + 1);
+        for (size_t tap = 0; tap < taps; ++tap) row[tap] = mirrored[taps - 1 - tap];
+    }
+    row_of(st, 0)[0] = 0;
+    memcpy(row_of(st, 0) + 1, row_of(st, end), (taps - 1) * sizeof(int16_t));
+    for (uint32_t phase = 0; phase < 2; ++phase) {
+        int16_t* const row = row_of(st, end + phase + 1);
+        memcpy(row, row_of(st, phase + 1) + 1, (taps - 1) * sizeof(int16_t));
+        row[taps - 1] = phase == 0 ? *row_of(st, 1) : 0;
     }
 }
 
@@ -136,7 +138,7 @@ static int interpolate_rows(SpeexResamplerState* st, uint32_t channel, const int
     const uint32_t oversample = st->oversample;
     const uint32_t den_rate = st->den_rate;
     const int taps = (int)st->filt_len;
-    const int16_t* const last_rows = rows_of(st) + (oversample - 1) * st->filt_len;
+    const int16_t* const last_rows = row_of(st, oversample - 1);
     // The place between two input samples, as numerator over den_rate, and as phase and rest /
     // den_rate of a phase.
     uint32_t numerator = st->samp_frac_num[channel];
@@ -174,7 +176,7 @@ static int interpolate_rows(SpeexResamplerState* st, uint32_t channel, const int
 static int resampler_basic_interpolate_single(SpeexResamplerState* st, uint32_t channel,
                                               const int16_t* in, uint32_t* in_len, int16_t* out,
                                               uint32_t* out_len) {
-    lay_out_rows(st);
+    design_rows(st);
     st->resampler_ptr = interpolate_rows;
     return interpolate_rows(st, channel, in, in_len, out, out_len);
 }
