@@ -1,12 +1,13 @@
 // The resampler of SpeexDSP, fixed-point, with a faster interpolated filter. The package's source
 // is compiled as it is, with three of its names bent to functions of this file; every result is the
-// same 16-bit integer, at a ratio whose reduced denominator is below 2^28.
+// same 16-bit integer, at a ratio whose reduced denominator is below 2^27, as all here are.
 //
 // - An interpolated filter's table is made at its first use, in rows: interpolation multiplies the
 //   input with four neighbouring phases, which in the package's order lie `oversample` values apart
 //   from tap to tap; as rows they are four plain dot products. The windowed sinc is symmetric: half
 //   of the phases are calculated, in one loop with a sine of our own.
-// - Which phase an output sample falls on is carried along, not divided out for each.
+// - Outputs are made in runs: where they fall, their dot products and how those are blended are a
+//   loop each.
 #include <limits.h>
 #include <math.h>
 #include <speex/speex_resampler.h>
@@ -111,9 +112,55 @@ static void design_rows(const SpeexResamplerState* st) {
     }
 }
 
-/// Four dot products with rows that follow each other, blended. The sums wrap.
-static int16_t interpolated(const int16_t* in, const int16_t* rows, int taps,
-                            const int16_t* blend) {
+/// Outputs that are made together, so that all but their dot products is done in vectors.
+enum { kRun = 64 };
+
+/// Where the outputs of a run fall.
+struct places {
+    int32_t at[kRun];    ///< first input sample
+    int32_t row[kRun];   ///< first of four rows
+    int32_t rest[kRun];  ///< place between two phases, in 1/den_rate
+};
+
+/// Steps the channel's position over at most `most` outputs, and at most kRun, none from input
+/// sample in_len on. Returns their number. rest[] is in 1/den_rate of an input sample.
+static int find_samples(SpeexResamplerState* st, uint32_t channel, int32_t in_len, int32_t most,
+                        struct places* places) {
+    uint32_t numerator = st->samp_frac_num[channel];
+    int32_t at = st->last_sample[channel];
+    int n = 0;
+    for (; n < kRun && n < most && at < in_len; ++n) {
+        places->at[n] = at;
+        places->rest[n] = (int32_t)numerator;
+        at += st->int_advance;
+        numerator += (uint32_t)st->frac_advance;
+        if (numerator >= st->den_rate) {
+            numerator -= st->den_rate;
+            ++at;
+        }
+    }
+    st->last_sample[channel] = at;
+    st->samp_frac_num[channel] = numerator;
+    return n;
+}
+
+// Integers are divided in double below: that vectorises, and a quotient of 32-bit integers
+// truncates the same.
+
+/// From rest[] in 1/den_rate of an input sample to row[] and rest[].
+static void find_rows(const SpeexResamplerState* st, struct places* places, int n) {
+    const int32_t oversample = (int32_t)st->oversample;
+    const int32_t den_rate = (int32_t)st->den_rate;
+    for (int i = 0; i < n; ++i) {
+        const int32_t numerator = places->rest[i] * oversample;
+        const int32_t phase = (int32_t)(numerator / (double)den_rate);
+        places->row[i] = oversample - 1 - phase;
+        places->rest[i] = numerator - phase * den_rate;
+    }
+}
+
+/// Four dot products with rows that follow each other. The sums wrap.
+static void multiply_rows(const int16_t* in, const int16_t* rows, int taps, int32_t* sums) {
     taps &= ~7;  // as every filter's length: no vector loop needs an end of single steps
     const int16_t* const row1 = rows + taps;
     const int16_t* const row2 = row1 + taps;
@@ -128,48 +175,45 @@ static int16_t interpolated(const int16_t* in, const int16_t* rows, int taps,
         sum2 += in[tap] * row2[tap];
         sum3 += in[tap] * row3[tap];
     }
-    const int32_t sum = MULT16_32_Q15(blend[0], sum0) + MULT16_32_Q15(blend[1], sum1) +
-                        MULT16_32_Q15(blend[2], sum2) + MULT16_32_Q15(blend[3], sum3);
-    return SATURATE32PSHR(sum, 15, 32767);
+    sums[0] = sum0;
+    sums[kRun] = sum1;
+    sums[2 * kRun] = sum2;
+    sums[3 * kRun] = sum3;
+}
+
+/// out[i] = the cubic blend of sums[0..3][i].
+static void blend_rows(const int32_t* rest, uint32_t den_rate, int32_t (*sums)[kRun], int n,
+                       int16_t* out) {
+    const int32_t half = (int16_t)den_rate >> 1;  // rounds, as PDIV32
+    for (int i = 0; i < n; ++i) {
+        int16_t blend[4];
+        cubic_coef((int16_t)(int32_t)(((rest[i] << 15) + half) / (double)(int32_t)den_rate), blend);
+        const int32_t sum =
+                MULT16_32_Q15(blend[0], sums[0][i]) + MULT16_32_Q15(blend[1], sums[1][i]) +
+                MULT16_32_Q15(blend[2], sums[2][i]) + MULT16_32_Q15(blend[3], sums[3][i]);
+        out[i] = SATURATE32PSHR(sum, 15, 32767);
+    }
 }
 
 static int interpolate_rows(SpeexResamplerState* st, uint32_t channel, const int16_t* in,
                             uint32_t* in_len, int16_t* out, uint32_t* out_len) {
-    const uint32_t oversample = st->oversample;
-    const uint32_t den_rate = st->den_rate;
     const int taps = (int)st->filt_len;
-    const int16_t* const last_rows = row_of(st, oversample - 1);
-    // The place between two input samples, as numerator over den_rate, and as phase and rest /
-    // den_rate of a phase.
-    uint32_t numerator = st->samp_frac_num[channel];
-    int phase = (int)(numerator * oversample / den_rate);
-    uint32_t rest = numerator * oversample % den_rate;
-    const uint32_t advance = (uint32_t)st->frac_advance;
-    const int phase_advance = (int)(advance * oversample / den_rate);
-    const uint32_t rest_advance = advance * oversample % den_rate;
-    int32_t at = st->last_sample[channel];
+    struct places places;
+    int32_t sums[4][kRun];
+    int16_t blended[kRun];
     int made = 0;
-    while (at < (int32_t)*in_len && made < (int32_t)*out_len) {
-        int16_t blend[4];
-        cubic_coef(PDIV32(SHL32(rest, 15), den_rate), blend);
-        out[st->out_stride * made++] = interpolated(in + at, last_rows - phase * taps, taps, blend);
-        at += st->int_advance;
-        numerator += advance;
-        phase += phase_advance;
-        rest += rest_advance;
-        if (rest >= den_rate) {
-            rest -= den_rate;
-            ++phase;
+    for (;;) {
+        const int most = (int)*out_len - made;
+        const int n = find_samples(st, channel, (int32_t)*in_len, most, &places);
+        if (n == 0) return made;
+        find_rows(st, &places, n);
+        for (int i = 0; i < n; ++i) {
+            multiply_rows(in + places.at[i], st->sinc_table + places.row[i] * taps, taps,
+                          &sums[0][i]);
         }
-        if (numerator >= den_rate) {
-            numerator -= den_rate;
-            phase -= (int)oversample;
-            ++at;
-        }
+        blend_rows(places.rest, st->den_rate, sums, n, blended);
+        for (int i = 0; i < n; ++i) out[st->out_stride * made++] = blended[i];
     }
-    st->last_sample[channel] = at;
-    st->samp_frac_num[channel] = numerator;
-    return made;
 }
 
 /// The first use of a design.
