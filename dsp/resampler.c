@@ -1,5 +1,5 @@
 // The resampler of SpeexDSP, fixed-point, with a faster interpolated filter. The package's source
-// is compiled as it is, with three of its names bent to functions of this file; every result is the
+// is compiled as it is, with five of its names bent to functions of this file; every result is the
 // same 16-bit integer, at a ratio whose reduced denominator is below 2^27, as all here are.
 //
 // - An interpolated filter's table is made at its first use, in rows: interpolation multiplies the
@@ -8,6 +8,7 @@
 //   of the phases are calculated, in one loop with a sine of our own.
 // - Outputs are made in runs: where they fall, their dot products and how those are blended are a
 //   loop each.
+// - Input is copied as blocks, not by strides or overlapping sample by sample.
 #include <limits.h>
 #include <math.h>
 #include <speex/speex_resampler.h>
@@ -27,6 +28,9 @@ static int resampler_basic_interpolate_single(SpeexResamplerState* st, uint32_t 
                                               const int16_t* in, uint32_t* in_len, int16_t* out,
                                               uint32_t* out_len);
 
+static int process_chunk(SpeexResamplerState* st, uint32_t channel, uint32_t* in_len, int16_t* out,
+                         uint32_t* out_len);
+
 // A table's block of memory has room for the rows in its place: `oversample + 3` phases are at most
 // four times what `oversample` take.
 #define OVERRIDE_SPEEX_REALLOC
@@ -44,9 +48,20 @@ static int resampler_basic_interpolate_single(SpeexResamplerState* st, uint32_t 
 // Only the definition has arguments; where the design picks its filter function, it gets ours.
 #define resampler_basic_interpolate_single(a, b, c, d, e, f) package_interpolate(a, b, c, d, e, f)
 
+// Where it is called, its first argument is `st`, where it is defined, `SpeexResamplerState *st`.
+#define speex_resampler_process_native(first, b, c, d, e) NATIVE_OF_##first, b, c, d, e)
+#define NATIVE_OF_st process_chunk(st
+#define NATIVE_OF_SpeexResamplerState package_process_native(SpeexResamplerState
+
+// The package's is for strides and silent input.
+#define speex_resampler_process_int package_process_int
+static int package_process_int(SpeexResamplerState* st, uint32_t channel, const int16_t* in,
+                               uint32_t* in_len, int16_t* out, uint32_t* out_len);
+
 #include <libspeexdsp/resample.c>
 
 #undef sinc
+#undef speex_resampler_process_int
 #undef resampler_basic_interpolate_single
 
 /// Sine of |x| < 10^5 to the last bits of a double, without a branch or a call: loops over it
@@ -223,4 +238,44 @@ static int resampler_basic_interpolate_single(SpeexResamplerState* st, uint32_t 
     design_rows(st);
     st->resampler_ptr = interpolate_rows;
     return interpolate_rows(st, channel, in, in_len, out, out_len);
+}
+
+/// One fill of st->mem, behind its first filt_len - 1 samples.
+static int process_chunk(SpeexResamplerState* st, uint32_t channel, uint32_t* in_len, int16_t* out,
+                         uint32_t* out_len) {
+    int16_t* const memory = st->mem + channel * st->mem_alloc_size;
+    int32_t* const last_sample = st->last_sample + channel;
+    st->started = 1;
+    *out_len = (uint32_t)st->resampler_ptr(st, channel, memory, in_len, out, out_len);
+    if (*last_sample < (int32_t)*in_len) *in_len = (uint32_t)*last_sample;
+    *last_sample -= (int32_t)*in_len;
+    memmove(memory, memory + *in_len, (st->filt_len - 1) * sizeof(int16_t));
+    return RESAMPLER_ERR_SUCCESS;
+}
+
+int speex_resampler_process_int(SpeexResamplerState* st, uint32_t channel, const int16_t* in,
+                                uint32_t* in_len, int16_t* out, uint32_t* out_len) {
+    if (in == NULL || st->in_stride != 1) {
+        return package_process_int(st, channel, in, in_len, out, out_len);
+    }
+    uint32_t in_left = *in_len;
+    uint32_t out_left = *out_len;
+    if (st->magic_samples[channel] != 0)
+        out_left -= (uint32_t)speex_resampler_magic(st, channel, &out, out_left);
+    int16_t* const memory = st->mem + channel * st->mem_alloc_size + st->filt_len - 1;
+    const uint32_t room = st->mem_alloc_size - (st->filt_len - 1);
+    while (st->magic_samples[channel] == 0 && in_left > 0 && out_left > 0) {
+        uint32_t taken = in_left < room ? in_left : room;
+        uint32_t made = out_left;
+        memcpy(memory, in, taken * sizeof(int16_t));
+        process_chunk(st, channel, &taken, out, &made);
+        in += taken;
+        in_left -= taken;
+        out += made * st->out_stride;
+        out_left -= made;
+    }
+    *in_len -= in_left;
+    *out_len -= out_left;
+    return st->resampler_ptr == resampler_basic_zero ? RESAMPLER_ERR_ALLOC_FAILED
+                                                     : RESAMPLER_ERR_SUCCESS;
 }
