@@ -67,7 +67,12 @@ static int package_process_int(SpeexResamplerState* st, uint32_t channel, const 
 /// Sine of |x| < 10^5 to the last bits of a double, without a branch or a call: loops over it
 /// vectorise.
 static inline double sine(double x) {
-    const double half_turns = __builtin_rint(x * (1.0 / M_PI));
+    const double to_integer = 0x1.8p52;  // added, it leaves an integer in a double's low bits
+    const union {
+        double value;
+        uint64_t bits;
+    } shifted = {x * (1.0 / M_PI) + to_integer};
+    const double half_turns = shifted.value - to_integer;
     const double r = x - half_turns * 0x1.921fb544p1 - half_turns * 0x1.0b4611a626331p-33;
     const double r2 = r * r;
     double s = 1.0 / 51090942171709440000.0;
@@ -81,8 +86,12 @@ static inline double sine(double x) {
     s = 1.0 / 120.0 + r2 * s;
     s = -1.0 / 6.0 + r2 * s;
     s = r + r * r2 * s;
-    const double odd = half_turns - 2.0 * __builtin_floor(half_turns * 0.5);
-    return odd == 0.0 ? s : -s;
+    union {
+        double value;
+        uint64_t bits;
+    } signed_sine = {s};
+    signed_sine.bits ^= shifted.bits << 63;
+    return signed_sine.value;
 }
 
 /// Phase 0..oversample-1 of an interpolated filter, its taps in order, as package_sinc() has them.
@@ -93,11 +102,12 @@ static void design_phase(const SpeexResamplerState* st, uint32_t phase, int16_t*
     const float cutoff = st->cutoff;
     const float middle = (float)(taps / 2);
     for (int tap = 0; tap < taps; ++tap) {
-        const float x = (float)(tap * oversample + (int)phase) / (float)oversample - middle;
+        const float x =
+                (float)(tap * oversample + (int)phase) * (1.0f / (float)oversample) - middle;
         const double angle = M_PI * (x * cutoff);
         const double peak = 32768. * cutoff;
         const double sinc = x == 0.0f ? peak : peak * sine(angle) / angle;
-        const double value = sinc * compute_func(fabs(2. * x / taps), window);
+        const double value = sinc * compute_func(fabs(x * (2. / taps)), window);
         row[tap] = WORD2INT(value);
     }
 }
