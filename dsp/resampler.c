@@ -194,6 +194,7 @@ static void multiply_rows(const int16_t* in, const int16_t* rows, int taps, int3
     int32_t sum1 = 0;
     int32_t sum2 = 0;
     int32_t sum3 = 0;
+#pragma GCC unroll 2  // steps of vectors
     for (int tap = 0; tap < taps; ++tap) {
         sum0 += in[tap] * rows[tap];
         sum1 += in[tap] * row1[tap];
