@@ -5,7 +5,7 @@
 // - An interpolated filter's table is made at its first use, in rows: interpolation multiplies the
 //   input with four neighbouring phases, which in the package's order lie `oversample` values apart
 //   from tap to tap; as rows they are four plain dot products. The windowed sinc is symmetric: half
-//   of the phases are calculated, in one loop with a sine of our own.
+//   of the phases are calculated, in loops with a sine of our own.
 // - Outputs are made in runs: where they fall, their dot products and how those are blended are a
 //   loop each.
 // - Input is copied as blocks, not by strides or overlapping sample by sample.
@@ -95,6 +95,8 @@ static inline double sine(double x) {
 }
 
 /// Phase 0..oversample-1 of an interpolated filter, its taps in order, as package_sinc() has them.
+/// Products stand for its divisions: `oversample` is a power of two, and 2 x / taps either has few
+/// binary places or lies too far from the middle between two floats to round to another one.
 static void design_phase(const SpeexResamplerState* st, uint32_t phase, int16_t* row) {
     const struct FuncDef* const window = quality_map[st->quality].window_func;
     const int taps = (int)st->filt_len;
@@ -184,7 +186,8 @@ static void find_rows(const SpeexResamplerState* st, struct places* places, int 
     }
 }
 
-/// Four dot products with rows that follow each other. The sums wrap.
+/// Four dot products with rows that follow each other, into sums[0], [kRun], [2 kRun] and [3 kRun].
+/// The sums wrap.
 static void multiply_rows(const int16_t* in, const int16_t* rows, int taps, int32_t* sums) {
     taps &= ~7;  // as every filter's length: no vector loop needs an end of single steps
     const int16_t* const row1 = rows + taps;
