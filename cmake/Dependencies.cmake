@@ -31,8 +31,8 @@ if(KREL_SYSTEM_NE10)
     target_include_directories(krel_ne10 SYSTEM INTERFACE ${KREL_NE10_INCLUDE})
     target_link_libraries(krel_ne10 INTERFACE ${KREL_NE10})
 else()
-    # Built from source on every target: with its own NEON code on arm64, through SIMDe on x86-64, so that the very same
-    # functions run on the desk.
+    # Built from source on every target: with its own NEON code on arm64, through SIMDe on x86-64 and WebAssembly, so that
+    # the very same functions run on the desk.
     set(ne10 "${PROJECT_BINARY_DIR}/_deps/ne10")
     krel_unpack_ne10("${KREL_TARBALL_DIR}" "${ne10}")
     set(ne10_dsp "${ne10}/modules/dsp")
@@ -49,6 +49,13 @@ else()
     target_include_directories(krel_ne10 SYSTEM PUBLIC ${ne10}/inc PRIVATE ${ne10}/common ${ne10_dsp})
     if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm")
         target_include_directories(krel_ne10 BEFORE PRIVATE ${PROJECT_SOURCE_DIR}/cmake/simde)
+    endif()
+    if(CMAKE_SYSTEM_PROCESSOR STREQUAL "wasm32")
+        # SIMDe alone, without what else the build machine has beside it.
+        set(simde "${PROJECT_BINARY_DIR}/_deps/simde")
+        file(MAKE_DIRECTORY "${simde}")
+        file(CREATE_LINK /usr/include/simde "${simde}/simde" SYMBOLIC)
+        target_include_directories(krel_ne10 SYSTEM PRIVATE "${simde}")
     endif()
     krel_third_party(krel_ne10)
     target_compile_options(krel_ne10 PRIVATE -O3 $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
@@ -72,7 +79,7 @@ target_compile_options(krel_speexdsp PRIVATE -fwrapv -fno-trapping-math)
 add_library(krel_liblog INTERFACE)
 if(ANDROID)
     target_link_libraries(krel_liblog INTERFACE log)
-else()
+elseif(KREL_BUILD_EFFECT)
     # Debian keeps it out of the loader's path, hence the run path.
     find_library(KREL_LIBLOG NAMES log PATH_SUFFIXES android REQUIRED)
     find_path(KREL_LIBLOG_INCLUDE android/log.h PATH_SUFFIXES android REQUIRED)

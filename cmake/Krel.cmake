@@ -37,6 +37,13 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "armv7")
     endif()
 endif()
 
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "wasm32")
+    set(KREL_ARCH_FLAGS -msimd128 -fno-pic)  # one module: nothing to relocate
+endif()
+
+# WebAssembly's own stack cannot be reached by writes, and wasi-libc has no stack protector.
+set(KREL_STACK_FLAGS $<$<NOT:$<STREQUAL:${CMAKE_SYSTEM_PROCESSOR},wasm32>>:-fstack-protector-strong>)
+
 add_library(krel_flags INTERFACE)
 target_compile_options(krel_flags INTERFACE
     ${KREL_ARCH_FLAGS}
@@ -44,7 +51,7 @@ target_compile_options(krel_flags INTERFACE
     # Results are the same on every compiler and machine: no fused multiply-add, no reordering. The two flags after it
     # change no value; they only free the vectoriser from errno and floating-point traps.
     -ffp-contract=off -fno-math-errno -fno-trapping-math
-    -fvisibility=hidden -fstack-protector-strong
+    -fvisibility=hidden ${KREL_STACK_FLAGS}
     $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
 if(KREL_SANITIZE)
     target_compile_options(krel_flags INTERFACE -fsanitize=${KREL_SANITIZE} -fno-sanitize-recover=all

@@ -12,6 +12,10 @@ function(krel_shared_library target exports)
     endif()
 endfunction()
 
+if(NOT KREL_BUILD_EFFECT)
+    return()
+endif()
+
 # libkrelvcp.so: every folder of the product, whole, behind the list of exported names.
 
 get_property(folders GLOBAL PROPERTY KREL_FOLDERS)

@@ -34,7 +34,7 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 def library_uses() -> dict:
     """What each folder of the library says it uses, lowest folder first."""
     uses = {}
-    for folder in re.findall(r"^add_subdirectory\((\w+)\)", (ROOT / "CMakeLists.txt").read_text(encoding="utf-8"), re.M):
+    for folder in re.findall(r"^ *add_subdirectory\((\w+)\)", (ROOT / "CMakeLists.txt").read_text(encoding="utf-8"), re.M):
         text = (ROOT / folder / "CMakeLists.txt").read_text(encoding="utf-8")
         match = re.search(r"krel_add_folder\(NAME (\w+)[^)]*\bUSES ([\w\s]+)\)", text)
         uses[folder] = set(match[2].split()) if match else set()

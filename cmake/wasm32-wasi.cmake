@@ -1,0 +1,8 @@
+# Debian's clang for WebAssembly, with wasi-libc and LLVM's C++ library: the voice engine for browsers and Node.js.
+set(CMAKE_SYSTEM_NAME Generic)
+set(CMAKE_SYSTEM_PROCESSOR wasm32)
+set(CMAKE_C_COMPILER clang)
+set(CMAKE_CXX_COMPILER clang++)
+set(CMAKE_C_COMPILER_TARGET wasm32-wasi)
+set(CMAKE_CXX_COMPILER_TARGET wasm32-wasi)
+set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
