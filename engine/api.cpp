@@ -40,6 +40,14 @@ int krel_voice_prepare(krel_voice* voice, int number) {
     return voice != nullptr && is_voice(number) && voice->prepare(number) ? 0 : -1;
 }
 
+int krel_voice_prepare_begin(krel_voice* voice, int number) {
+    return voice != nullptr && is_voice(number) && voice->prepare_begin(number) ? 0 : -1;
+}
+
+int krel_voice_prepare_part(krel_voice* voice, int blocks) {
+    return voice == nullptr ? 0 : voice->prepare_part(blocks);
+}
+
 void krel_voice_bypass(krel_voice* voice, int on) {
     if (voice != nullptr) voice->set_bypass(on != 0);
 }

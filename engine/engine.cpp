@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 #include "base/fixed_point.h"
 #include "base/pcm.h"
@@ -74,7 +75,7 @@ voice_engine::voice_engine(int rate_hz, krel_voice_log log, void* context)
 voice_engine::~voice_engine() {
     free_used();
     const serving served(&client_);
-    for (prepared_voice* voice : {handed_.load(), current_, coming_}) free_voice(voice);
+    for (prepared_voice* voice : {handed_.load(), begun_, current_, coming_}) free_voice(voice);
 }
 
 bool voice_engine::start(int number) {
@@ -91,17 +92,40 @@ bool voice_engine::start(int number) {
 
 prepared_voice* voice_engine::build(int number) {
     const serving served(&client_);
-    return prepare_voice(rate_hz_, number);
+    prepared_voice* voice = make_voice(rate_hz_, number);
+    if (voice != nullptr) settle(voice, voice->unsettled);
+    return voice;
+}
+
+void voice_engine::hand_over(prepared_voice* voice) {
+    // One that was not taken yet is its thread's again.
+    const serving served(&client_);
+    free_voice(handed_.exchange(voice, std::memory_order_acq_rel));
 }
 
 bool voice_engine::prepare(int number) {
     free_used();
     prepared_voice* voice = build(number);
     if (voice == nullptr) return false;
-    // One that was not taken yet is its thread's again.
-    const serving served(&client_);
-    free_voice(handed_.exchange(voice, std::memory_order_acq_rel));
+    hand_over(voice);
     return true;
+}
+
+bool voice_engine::prepare_begin(int number) {
+    free_used();
+    const serving served(&client_);
+    free_voice(std::exchange(begun_, nullptr));
+    begun_ = make_voice(rate_hz_, number);
+    return begun_ != nullptr;
+}
+
+int voice_engine::prepare_part(int blocks) {
+    if (begun_ == nullptr) return 0;
+    const serving served(&client_);
+    settle(begun_, blocks);
+    if (begun_->unsettled > 0) return begun_->unsettled;
+    hand_over(std::exchange(begun_, nullptr));
+    return 0;
 }
 
 void voice_engine::free_used() {

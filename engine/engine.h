@@ -41,6 +41,8 @@ class voice_engine {
 
     // Any thread.
     bool prepare(int number);
+    bool prepare_begin(int number);
+    int prepare_part(int blocks);
     void set_bypass(bool on) { bypass_.store(on, std::memory_order_relaxed); }
     [[nodiscard]] int heard() const { return heard_.load(std::memory_order_relaxed); }
 
@@ -50,6 +52,7 @@ class voice_engine {
 
   private:
     prepared_voice* build(int number);
+    void hand_over(prepared_voice* voice);
     void free_used();
 
     void begin(prepared_voice* voice);
@@ -73,6 +76,8 @@ class voice_engine {
     std::atomic<prepared_voice*> used_{nullptr};
     std::atomic<bool> bypass_{false};
     std::atomic<int> heard_{-1};
+
+    prepared_voice* begun_ = nullptr;  // prepared in parts, by one thread at a time
 
     // The audio thread's own.
     bool started_ = false;

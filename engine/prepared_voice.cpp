@@ -29,17 +29,9 @@ bool is_complete(const void* core, int number) {
            chain_ready(static_cast<const vcp_core_t*>(core), row.chain);
 }
 
-void settle(prepared_voice* voice) {
-    int32_t amplified[kVoiceBlock];
-    for (int i = 0; i < settling_blocks(voice->number); ++i) {
-        std::fill_n(voice->settled, kVoiceBlock, int16_t{0});
-        run_voice(voice, amplified, voice->settled);
-    }
-}
-
 }  // namespace
 
-prepared_voice* prepare_voice(int rate_hz, int number) {
+prepared_voice* make_voice(int rate_hz, int number) {
     auto* voice = zeroed_raw<prepared_voice>(1);
     if (voice == nullptr) return nullptr;
     voice->number = number;
@@ -54,8 +46,16 @@ prepared_voice* prepare_voice(int rate_hz, int number) {
         free_voice(voice);
         return nullptr;
     }
-    settle(voice);
+    voice->unsettled = settling_blocks(number);
     return voice;
+}
+
+void settle(prepared_voice* voice, int blocks) {
+    int32_t amplified[kVoiceBlock];
+    for (; blocks > 0 && voice->unsettled > 0; --blocks, --voice->unsettled) {
+        std::fill_n(voice->settled, kVoiceBlock, int16_t{0});
+        run_voice(voice, amplified, voice->settled);
+    }
 }
 
 void free_voice(prepared_voice* voice) {

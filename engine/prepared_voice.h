@@ -12,14 +12,18 @@ namespace krel {
 struct prepared_voice {
     int number;
     int delay;                     // samples by which a block comes out late
+    int unsettled;                 // blocks of silence that it has to run before it is used
     void* core;                    // owned
     drc_t compressor;              // its arrays are owned
     int16_t settled[kVoiceBlock];  // what the last block of silence became
     prepared_voice* next;          // in a list of voices to free
 };
 
-/// A voice that has settled on silence; null when memory is short. The caller owns it.
-prepared_voice* prepare_voice(int rate_hz, int number);
+/// A voice that is yet to settle; null when memory is short. The caller owns it.
+prepared_voice* make_voice(int rate_hz, int number);
+
+/// Runs the voice for up to `blocks` of its unsettled blocks.
+void settle(prepared_voice* voice, int blocks);
 
 /// Null is harmless.
 void free_voice(prepared_voice* voice);

@@ -106,6 +106,23 @@ TEST(Switch, OnlyTheLatestOfSeveralChoicesIsTakenAndARunningFadeEnds) {
     EXPECT_EQ(run(unheard_samples(3) + 3 * kBlock), 3);
 }
 
+TEST(Switch, PreparedInPartsAVoiceComesWithTheLastOfThemAndIsTheSame) {
+    const auto in = krel_test::voice_s16(kRate, kRate);
+    auto voice = create(kRate, 7);
+    EXPECT_EQ(krel_voice_prepare_part(voice.get(), 1), 0) << "none is begun";
+    krel_voice_prepare_begin(voice.get(), 11);
+    krel_voice_prepare_part(voice.get(), 100);
+    EXPECT_EQ(krel_voice_prepare_begin(voice.get(), 17), -1) << "and 11 stays begun";
+    ASSERT_EQ(krel_voice_prepare_begin(voice.get(), 2), 0);
+    int parts = 1;
+    while (krel_voice_prepare_part(voice.get(), 100) > 0) ++parts;
+    EXPECT_EQ(parts, 3);
+    auto out = in;
+    krel_voice_process_s16(voice.get(), out.data(), out.size());
+    EXPECT_EQ(out, by_effect(kRate, 2, in));
+    krel_voice_prepare_begin(voice.get(), 15);  // is freed with the engine
+}
+
 TEST(Switch, NeitherProcessingNorSwitchingAllocatesInTheAudioThread) {
     const char* wanted = getenv("KREL_REALTIME_SECONDS");
     const int seconds = wanted == nullptr ? 4 : std::max(1, atoi(wanted));
