@@ -10,7 +10,9 @@
 #   scripts/setup.sh armv7      the same for 32-bit ARM
 #   scripts/setup.sh peers      also other makers' pitch changers, for `make bench PEERS=1`
 #   scripts/setup.sh android    also what `make check-android` needs: clang, another C library, the emulator
-#   scripts/setup.sh web        also a browser, for the tests of pages
+#   scripts/setup.sh browser    also a browser and its driver, for `make test-report`
+#   scripts/setup.sh wasm       also what `make web` needs: clang for WebAssembly, Node.js
+#   scripts/setup.sh web        also what `make test-web` needs: two browsers, a sound server, npm
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -49,10 +51,18 @@ for group in "$@"; do
             packages+=(clang lld libc++-dev musl-dev:arm64 musl-dev:armel libclang-rt-14-dev:armhf)
             packages+=(gcc-arm-linux-gnueabi qemu-user blueprint-tools)
             ;;
-        web) packages+=(chromium chromium-driver) ;;
+        browser) packages+=(chromium chromium-driver) ;;
+        wasm)
+            packages+=(clang lld wasi-libc libc++-14-dev-wasm32 libc++abi-14-dev-wasm32 libclang-rt-14-dev-wasm32)
+            command -v node >/dev/null || packages+=(nodejs)
+            ;;
+        web)
+            packages+=(chromium firefox-esr pulseaudio pulseaudio-utils)
+            command -v npm >/dev/null || packages+=(npm)
+            ;;
         peers) packages+=(libsoundtouch-dev librubberband-dev) ;;
         *)
-            echo "setup: unknown group '$group' (check, coverage, lv2, arm64, armv7, android, web, peers)" >&2
+            echo "setup: unknown group '$group' (check, coverage, lv2, arm64, armv7, android, browser, wasm, web, peers)" >&2
             exit 2
             ;;
     esac
