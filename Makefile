@@ -3,8 +3,8 @@ PRESET ?= release
 BUILD := build/$(PRESET)
 export CTEST_PARALLEL_LEVEL ?= $(shell nproc)
 
-.PHONY: help setup build demo test test-asan test-tsan test-arm64 test-armv7 render-armv7 test-report lv2 fuzz \
-	fuzz-merge coverage soak long-calls bench bench-blocks check check-android check-all format clean
+.PHONY: help setup build demo test test-asan test-tsan test-arm64 test-armv7 render-armv7 test-report lv2 web \
+	check-web test-web bench-web fuzz fuzz-merge coverage soak long-calls bench bench-blocks check check-android check-all format clean
 
 help:
 	@echo "make demo           render the bundled voice through all presets into out/"
@@ -15,6 +15,8 @@ help:
 	@echo "make soak           random use for SOAK_SECONDS=600: memory stays flat, output sane   (SOAK_SEED=1)"
 	@echo "make long-calls     delay and pitch of calls of an hour, minute by minute   (MINUTES=60 PRESET_NUMBER= RATE=)"
 	@echo "make lv2            the LV2 plug-in, checked in hosts without sound hardware"
+	@echo "make web            the voices for browsers: build/web/krelvcp.html, a page, and build/web/krelvcp/, an npm package"
+	@echo "make test-web       them in Node.js, Chromium and Firefox   (SCREENSHOTS=folder keeps pictures; bench-web: speed)"
 	@echo "make test-arm64     the tests of the arm64 build under qemu-user; x86-64 and arm64 renders compared"
 	@echo "make test-armv7     the same for 32-bit ARM                (render-armv7: only the renders)"
 	@echo "make test-report    the comparison page in a headless browser   (SCREENSHOTS=folder keeps pictures)"
@@ -38,8 +40,10 @@ SETUP_android-desk := android
 SETUP_arm64 := arm64
 SETUP_arm64-system-ne10 := arm64
 SETUP_armv7 := armv7
+SETUP_wasm := wasm
 ARM64 := qemu-aarch64 -L /
 ARMV7 := qemu-arm -L /
+VERSION := $(shell sed -n 's/^project.krelvcp VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
 
 setup:
 	@scripts/setup.sh $(SETUP_$(PRESET))
@@ -76,6 +80,25 @@ lv2: setup-lv2
 	@cmake --build --preset $(PRESET) --target krelvcp_program krelvcp krel_lv2_plugin krel_lv2_description
 	@tests/lv2/lv2_test.py $(BUILD)
 
+web:
+	@$(MAKE) --no-print-directory build PRESET=wasm
+	@web/build.mjs build/wasm $(VERSION) build/web
+	@echo "web: build/web/krelvcp.html, $$(($$(stat -c %s build/web/krelvcp.html) / 1024)) KB; build/web/krelvcp/"
+
+web/node_modules: web/package-lock.json | setup-web
+	@cd web && npm ci --no-audit --no-fund --loglevel=error >/dev/null
+	@touch $@
+
+check-web: web/node_modules
+	@cd web && npm run --silent check
+
+test-web: web check-web
+	@$(MAKE) --no-print-directory build PRESET=release TARGET="krelvcp_program krelvoice"
+	@node --test web/tests/*.test.mjs
+
+bench-web: web web/node_modules
+	@node web/bench/measure.mjs
+
 test-arm64:
 	@$(MAKE) --no-print-directory build PRESET=release TARGET=krelvcp_program
 	@$(MAKE) --no-print-directory build PRESET=arm64-system-ne10
@@ -93,7 +116,7 @@ render-armv7:
 	@$(MAKE) --no-print-directory build PRESET=armv7 TARGET=krelvcp_program
 	@scripts/compare_builds.py build/release/krelvcp --same "$(ARMV7) build/armv7/krelvcp"
 
-test-report: setup-web
+test-report: setup-browser
 	@$(MAKE) --no-print-directory build PRESET=release TARGET=krelvcp_program
 	@KRELVCP=build/release/krelvcp tests/report/browser_test.py
 
