@@ -25,6 +25,7 @@ constexpr char kNotes[] =
         "  krelvcp compare talk.wav -o talk.html            every voice, on one page\n"
         "  krelvcp render *.flac 'out/{in}-{name}.ogg' -p robot,deep\n"
         "  krelvcp render talk.wav out.wav -p plain --switch 2.5:girl --switch 4:low\n"
+        "  krelvcp live --voice girl                        a changed microphone\n"
         "  arecord -f cd -d 5 | krelvcp render - - -p cave | aplay\n"
         "\n"
         "'krelvcp render --help' explains the options.\n"
@@ -56,6 +57,7 @@ void run(int argc, char** argv) {
 #ifdef KREL_REPORT
     add_compare_command(app);
 #endif
+    add_live_command(app);
     add_presets_command(app);
     add_document_commands(app);
 #ifdef KREL_DOCTOR

@@ -13,8 +13,8 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 # Sources that may include anything: what is not the product and not the host program.
 FREE = {"tests", "bench", "fuzz", "android", "cmake"}
-# The one header that the host program shares with the library; otherwise it knows the platform's interface alone.
-HOST_MAY = {"effect/interface.h"}
+# What the host program sees of the libraries: the effect's interface, which it shares with them, and the voice engine's.
+HOST_MAY = {"effect/interface.h", "engine/voice.h"}
 SOURCES = {".h", ".hpp", ".hh", ".inc", ".c", ".cc", ".cpp", ".cxx"}
 # Headers from outside that only some folders may see: those that name the dependency, or those listed here.
 DEPENDENCIES = {"ne10": re.compile(r"^NE10"), "speexdsp": re.compile(r"^speex/")}

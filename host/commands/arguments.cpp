@@ -32,16 +32,6 @@ bool same_ignoring_case(std::string_view a, std::string_view b) {
             [](unsigned char c) { return std::tolower(c); });
 }
 
-size_t parse_preset(std::string_view text) {
-    size_t preset = 0;
-    if (parse_number(text, preset) && preset < presets().size()) return preset;
-    const auto found = std::ranges::find_if(
-            presets(), [&](const Preset& p) { return same_ignoring_case(p.name, text); });
-    if (found != presets().end()) return static_cast<size_t>(found - presets().begin());
-    throw UsageError("there is no voice '" + std::string(text) +
-                     "': 'krelvcp presets' lists names and numbers");
-}
-
 /// The parts between the separators; always at least one.
 std::vector<std::string_view> split(std::string_view text, char separator) {
     std::vector<std::string_view> parts;
@@ -75,6 +65,16 @@ constexpr Encoding kEncodings[] = {
 };
 
 }  // namespace
+
+size_t parse_preset(std::string_view text) {
+    size_t preset = 0;
+    if (parse_number(text, preset) && preset < presets().size()) return preset;
+    const auto found = std::ranges::find_if(
+            presets(), [&](const Preset& p) { return same_ignoring_case(p.name, text); });
+    if (found != presets().end()) return static_cast<size_t>(found - presets().begin());
+    throw UsageError("there is no voice '" + std::string(text) +
+                     "': 'krelvcp presets' lists names and numbers");
+}
 
 std::vector<size_t> parse_presets(const std::string& text) {
     std::vector<size_t> list;

@@ -4,6 +4,7 @@
 #define KREL_HOST_COMMANDS_ARGUMENTS_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/render/render.h"
@@ -13,6 +14,9 @@ namespace krel::host {
 /// "7", "robot", "0,Girl,3" or "all"; each preset once, in the order given. Throws UsageError when
 /// one does not exist.
 std::vector<size_t> parse_presets(const std::string& text);
+
+/// One of them. Throws UsageError when it does not exist.
+size_t parse_preset(std::string_view text);
 
 /// "float", "s16", "s32" or "q8.24". Throws UsageError.
 SampleFormat parse_format(const std::string& text);

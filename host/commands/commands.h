@@ -14,6 +14,7 @@ namespace krel::host {
 
 void add_render_command(CLI::App& app);
 void add_compare_command(CLI::App& app);
+void add_live_command(CLI::App& app);
 void add_presets_command(CLI::App& app);
 /// Not listed: "manual" and "completion SHELL" print what the build installs.
 void add_document_commands(CLI::App& app);

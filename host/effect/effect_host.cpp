@@ -6,6 +6,7 @@
 
 #include "effect/interface.h"
 #include "host/error.h"
+#include "host/product_file.h"
 
 namespace krel::host {
 namespace {
@@ -168,11 +169,6 @@ void EffectHost::refuse(const std::string& what, int32_t status) const {
     throw Error(library_.name() + ": " + what + ": " + status_text(status));
 }
 
-std::filesystem::path default_library() {
-    const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    auto beside = folder / "libkrelvcp.so";
-    auto installed = folder.parent_path() / KREL_LIBRARY_FOLDER / "libkrelvcp.so";
-    return exists(installed) && !exists(beside) ? installed : beside;
-}
+std::filesystem::path default_library() { return product_file("libkrelvcp.so"); }
 
 }  // namespace krel::host
