@@ -3,8 +3,9 @@ PRESET ?= release
 BUILD := build/$(PRESET)
 export CTEST_PARALLEL_LEVEL ?= $(shell nproc)
 
-.PHONY: help setup build demo test test-asan test-tsan test-arm64 test-armv7 render-armv7 test-report lv2 web \
-	check-web test-web bench-web fuzz fuzz-merge coverage soak long-calls bench bench-blocks check check-android check-all format clean
+.PHONY: help setup build demo test test-asan test-tsan test-arm64 test-armv7 render-armv7 test-report test-live lv2 \
+	web check-web test-web bench-web fuzz fuzz-merge coverage soak long-calls bench bench-blocks check check-android \
+	check-all format clean
 
 help:
 	@echo "make demo           render the bundled voice through all presets into out/"
@@ -20,6 +21,7 @@ help:
 	@echo "make test-arm64     the tests of the arm64 build under qemu-user; x86-64 and arm64 renders compared"
 	@echo "make test-armv7     the same for 32-bit ARM                (render-armv7: only the renders)"
 	@echo "make test-report    the comparison page in a headless browser   (SCREENSHOTS=folder keeps pictures)"
+	@echo "make test-live      krelvcp live under PipeWire and JACK, without sound hardware"
 	@echo "make fuzz           look for inputs that break promises   (FUZZ_SECONDS=60 each, FUZZER=name)"
 	@echo "make fuzz-merge     take what the fuzzers found into the committed corpus"
 	@echo "make coverage       line coverage of the library's folders by the tests"
@@ -119,6 +121,11 @@ render-armv7:
 test-report: setup-browser
 	@$(MAKE) --no-print-directory build PRESET=release TARGET=krelvcp_program
 	@KRELVCP=build/release/krelvcp tests/report/browser_test.py
+
+test-live: setup-live
+	@cmake --preset $(PRESET) >/dev/null
+	@cmake --build --preset $(PRESET) --target krelvcp_program krelvcp krelvoice krel_lv2_plugin krel_lv2_description
+	@tests/live/live_test.py $(BUILD)
 
 fuzz: setup-check
 	@scripts/fuzz.sh run

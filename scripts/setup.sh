@@ -6,6 +6,7 @@
 #   scripts/setup.sh check      also what the checks need: clang, its tools, sanitizers and fuzzing run-time library
 #   scripts/setup.sh coverage   also the coverage report
 #   scripts/setup.sh lv2        also the LV2 headers and hosts, and a JACK server
+#   scripts/setup.sh live       also what `krelvcp live` is built with, and sound servers to test it under
 #   scripts/setup.sh arm64      also the cross toolchain, the arm64 libraries and the emulator
 #   scripts/setup.sh armv7      the same for 32-bit ARM
 #   scripts/setup.sh peers      also other makers' pitch changers, for `make bench PEERS=1`
@@ -36,6 +37,10 @@ for group in "$@"; do
         check) packages+=(clang clang-format clang-tidy libclang-rt-14-dev) ;;
         coverage) packages+=(gcovr) ;;
         lv2) packages+=(lv2-dev lilv-utils sordi jalv jackd2) ;;
+        live)
+            packages+=(libpipewire-0.3-dev libjack-jackd2-dev lv2-dev)
+            packages+=(pipewire pipewire-bin pipewire-jack wireplumber dbus-daemon jackd2)
+            ;;
         arm64)
             packages+=(crossbuild-essential-arm64 qemu-user libne10-dev:arm64 libelf-dev:arm64 libtinyxml2-dev:arm64)
             packages+=(libkissfft-dev:arm64 libpng-dev:arm64)
@@ -62,7 +67,8 @@ for group in "$@"; do
             ;;
         peers) packages+=(libsoundtouch-dev librubberband-dev) ;;
         *)
-            echo "setup: unknown group '$group' (check, coverage, lv2, arm64, armv7, android, browser, wasm, web, peers)" >&2
+            printf "setup: unknown group '%s' (%s)\n" "$group" \
+                "check, coverage, lv2, live, arm64, armv7, android, browser, wasm, web, peers" >&2
             exit 2
             ;;
     esac

@@ -332,7 +332,9 @@ class FailureTest(ProgramTest):
                 (2, "--channel up", [*render, "--channel", "up"]),
                 (2, "--loudness", [*render, "--loudness", "3"]),
                 (2, "--type xyz", [*render, "--type", "xyz"]),
-                (2, "--raw s16le:0", [*render, "--raw", "s16le:0"])):
+                (2, "--raw s16le:0", [*render, "--raw", "s16le:0"]),
+                (2, "no voice 'alto'", ["live", "--voice", "alto"]),
+                (2, "--backend alsa", ["live", "--backend", "alsa"])):
             self.assert_fails(code, says, *arguments)
 
     def test_bad_libraries(self):
