@@ -1,6 +1,6 @@
-// What the effect library takes from the platform: the system log, which on a desk writes to stderr
-// (or to whatever logger the program has set), and the C library's random numbers. libkrelvoice
-// brings its own (engine/services.cpp).
+// What the effect library takes from the platform: the system log, for which on a desk stands
+// platform/standin/log.cpp, and the C library's random numbers. libkrelvoice brings its own
+// (engine/services.cpp).
 #include <android/log.h>
 #include <stdlib.h>
 

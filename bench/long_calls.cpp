@@ -6,7 +6,6 @@
 // An hour of all takes hours. Presets 10 to 14: samples that wait behind the stream, blocks that it
 // left short. Presets 3 to 6: the synthesis against phases summed in double precision from the
 // minute's end on.
-#include <android/log.h>
 #ifdef KREL_VOICE
 #include <sndfile.h>
 #endif
@@ -146,7 +145,6 @@ int argument(int argc, char** argv, int n, int otherwise) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
     const int minutes = argument(argc, argv, 1, 60);
     for (const int preset : {3, 4, 5, 6, 10, 11, 12, 13, 14}) {
         if (argument(argc, argv, 2, preset) != preset) continue;

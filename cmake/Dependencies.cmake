@@ -1,4 +1,4 @@
-# The libraries that end up inside libkrelvcp.so (krel_ne10, krel_speexdsp) or beside it (krel_liblog).
+# The libraries that end up inside libkrelvcp.so: krel_ne10, krel_speexdsp.
 #
 # KREL_TARBALL_DIR names the folder with the two source tarballs; scripts/setup.sh fills the default one.
 
@@ -74,18 +74,3 @@ krel_third_party(krel_speexdsp)
 # Its 32-bit sums may leave their range on full-scale input: they wrap, everywhere alike. Without traps to mind, the design of
 # its filters vectorises.
 target_compile_options(krel_speexdsp PRIVATE -fwrapv -fno-trapping-math)
-
-# ---- liblog ---------------------------------------------------------------------------------------------------------
-add_library(krel_liblog INTERFACE)
-if(ANDROID)
-    target_link_libraries(krel_liblog INTERFACE log)
-elseif(KREL_BUILD_EFFECT)
-    # Debian keeps it out of the loader's path, hence the run path.
-    find_library(KREL_LIBLOG NAMES log PATH_SUFFIXES android REQUIRED)
-    find_path(KREL_LIBLOG_INCLUDE android/log.h PATH_SUFFIXES android REQUIRED)
-    get_filename_component(KREL_LIBLOG_DIR "${KREL_LIBLOG}" DIRECTORY)
-    target_include_directories(krel_liblog SYSTEM INTERFACE ${KREL_LIBLOG_INCLUDE})
-    target_link_libraries(krel_liblog INTERFACE ${KREL_LIBLOG})
-    list(APPEND CMAKE_INSTALL_RPATH ${KREL_LIBLOG_DIR})
-    set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
-endif()

@@ -3,7 +3,6 @@
 #ifndef KREL_FUZZ_FUZZER_H
 #define KREL_FUZZ_FUZZER_H
 
-#include <android/log.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -12,12 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace krel_fuzz {
 
-/// To be called first in every execution: log lines are formatted and dropped, and rand() starts
-/// over.
-inline void start_execution() {
-    __android_log_set_logger([](const __android_logger_data*, const char*) {});
-    srand(1);
-}
+/// To be called first in every execution: rand() starts over.
+inline void start_execution() { srand(1); }
 
 }  // namespace krel_fuzz
 

@@ -24,8 +24,8 @@ PROVIDED = re.compile(r"^(libc|libm|liblog|ld-linux[-\w]*)\.so(\.\d+)?$")
 # or waits for a thread or sleeps; mVcpLock's mutex is all that the audio thread can wait for, and fopen (debug dumps) the
 # only way to a file.
 DESK_NAMES = re.compile(
-    r"^(__gmon_start__|_ITM_\w+TMCloneTable|__ctype_\w+_loc|getenv|__stack_chk_guard|raise|sin|cos"
-    r"|__(v?snprintf|mem(cpy|move|set)|str\w+)_chk)$"
+    r"^(__gmon_start__|_ITM_\w+TMCloneTable|__ctype_\w+_loc|getenv|__stack_chk_guard|raise|sin|cos|stderr|fprintf|strchr"
+    r"|vsnprintf|__(v?snprintf|fprintf|mem(cpy|move|set)|str\w+)_chk)$"
 )
 
 # All that libkrelvoice calls: no file, no lock, no log, no rand(). __tls_get_addr serves create, prepare and release.

@@ -22,7 +22,7 @@ DEPENDENCIES = {"ne10": re.compile(r"^NE10"), "speexdsp": re.compile(r"^speex/")
 PART_OF_DEPENDENCY = {"speexdsp": "dsp"}
 RESERVED = {
     re.compile(r"^(hardware|system|cutils|audio_utils)/"): {"effect", "platform", "host"},
-    re.compile(r"^android/log\.h$"): {"base", "platform", "host"},
+    re.compile(r"^android/log\.h$"): {"base", "platform"},
     re.compile(r"^libspeexdsp/"): {"dsp"},
 }
 # What else the product may include: C, C++ and POSIX. The host program is free.

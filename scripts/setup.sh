@@ -22,14 +22,14 @@ readonly SUMS=cmake/tarballs.sha256
 
 packages=(
     build-essential cmake ninja-build pkg-config python3 xz-utils ca-certificates
-    android-liblog-dev libsimde-dev libsndfile1-dev libsamplerate0-dev libebur128-dev libcli11-dev nlohmann-json3-dev
+    libsimde-dev libsndfile1-dev libsamplerate0-dev libebur128-dev libcli11-dev nlohmann-json3-dev
     libelf-dev libtinyxml2-dev libkissfft-dev libpng-dev
     libgtest-dev libgmock-dev libbenchmark-dev
 )
 
 # What the library, the program and the tests link with on another machine.
 cross_packages() { # ARCHITECTURE
-    printf "%s:$1\n" android-liblog-dev libsndfile1-dev libsamplerate0-dev libebur128-dev libgtest-dev libgmock-dev
+    printf "%s:$1\n" libsndfile1-dev libsamplerate0-dev libebur128-dev libgtest-dev libgmock-dev
 }
 
 for group in "$@"; do

@@ -28,8 +28,8 @@ run_beside_musl() { # BUILD MUSL_TARGET LOADER EMULATOR [OPTION_OR_LIBRARY...]
     local run=$build/run musl=/usr/lib/$target
     local compiler=(clang "--target=$target" -fuse-ld=lld -nostdlib -isystem "/usr/include/$target" "${WARN[@]}")
     mkdir -p "$run"
-    "${compiler[@]}" -Iandroid/desk/include -shared -fPIC -Wl,-soname,liblog.so -o "$run/liblog.so" \
-        android/desk/device.c "$@"
+    "${compiler[@]}" -Iandroid/desk/include -Iplatform/standin/include -shared -fPIC -Wl,-soname,liblog.so \
+        -o "$run/liblog.so" android/desk/device.c "$@"
     "${compiler[@]}" -I. -Iplatform/include -fPIE -pie "-Wl,-dynamic-linker,$loader" -o "$run/drive" \
         "$musl/Scrt1.o" "$musl/crti.o" android/desk/drive.c "$musl/libc.so" "$musl/crtn.o" "$@"
     "$emulator" -L / -E "LD_LIBRARY_PATH=$run" -E LD_PRELOAD=liblog.so \

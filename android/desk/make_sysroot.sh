@@ -20,7 +20,7 @@ lib=$out/usr/lib/$folder/29
 rm -rf "$out"
 mkdir -p "$include" "$lib"
 cp -rs /usr/include/$musl/. "$include"
-cp -rp "$root"/android/desk/include/. "$include"
+cp -rp "$root"/android/desk/include/. "$root"/platform/standin/include/. "$include"
 if [[ $cpu == armv7a ]]; then
     # Times are 32 bits wide there, as on 32-bit devices.
     types=$include/bits/alltypes.h

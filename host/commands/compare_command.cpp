@@ -1,5 +1,3 @@
-#include <android/log.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
@@ -125,7 +123,7 @@ void run(Arguments a) {
     a.options.channel = parse_channel(a.channel);
     if (a.options.library.empty()) a.options.library = default_library();
     check_output(a);
-    __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
+    show_log(false);
 
     const bool to_standard_output = is_standard_output(a.out);
     TemporaryFile file(to_standard_output ? "-" : a.out);

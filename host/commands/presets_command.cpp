@@ -1,5 +1,3 @@
-#include <android/log.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
@@ -76,7 +74,7 @@ void print_line(const Arguments& a, size_t preset, double cost) {
 
 void run(Arguments a) {
     if (a.library.empty()) a.library = default_library();
-    __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
+    show_log(false);
     if (!a.json)
         printf("%3s  %-7s %8s %8s  %s\n", "no.", "name", "delay", "cost", "what one hears");
     for (size_t i = 0; i < presets().size(); ++i)

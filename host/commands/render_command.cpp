@@ -1,5 +1,3 @@
-#include <android/log.h>
-
 #include <CLI/CLI.hpp>
 #include <memory>
 
@@ -167,7 +165,7 @@ void run(Arguments a) {
     if (!a.raw.empty()) parse_raw_format(a.raw);
     if (a.options.library.empty()) a.options.library = default_library();
     const std::vector<Job> jobs = plan_jobs(request);
-    __android_log_set_minimum_priority(a.verbose ? ANDROID_LOG_VERBOSE : ANDROID_LOG_SILENT);
+    show_log(a.verbose);
     ResultPrinter printer = make_printer(a, request);
     render_all(a, jobs, request.presets.size(), printer);
 }

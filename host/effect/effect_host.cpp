@@ -47,6 +47,8 @@ effect_config_t stereo_config(uint32_t rate_hz, SampleFormat format, uint8_t out
 
 }  // namespace
 
+void show_log(bool shown) { setenv("AUDIO_KREL_VCP_LOG", shown ? "V" : "S", 1); }
+
 void EffectLibrary::Closer::operator()(void* handle) const { dlclose(handle); }
 
 EffectLibrary::EffectLibrary(const std::filesystem::path& path)

@@ -14,6 +14,10 @@
 
 namespace krel::host {
 
+/// Whether effect libraries that are loaded from now on write their log to stderr. Before any thread
+/// is started.
+void show_log(bool shown);
+
 /// A loaded library whose record passed the framework's checks.
 class EffectLibrary {
   public:

@@ -45,9 +45,7 @@ class InstallTest(unittest.TestCase):
             for place in (self.first, BUILD, SOURCE):
                 self.assertNotIn(str(place), path.read_text(), path)
         for path in (*(self.tree / LIBDIR).rglob("*.so*"), self.tree / "bin/krelvcp"):
-            run_path = re.findall(r"RUNPATH.*\[(.*)\]", run("readelf", "--dynamic", "--wide", path))
-            for place in (self.dir, BUILD, SOURCE):
-                self.assertNotIn(str(place), "".join(run_path), path)
+            self.assertNotIn("RUNPATH", run("readelf", "--dynamic", "--wide", path), path)
 
     def test_staging_and_a_system_prefix_work(self):
         run(CMAKE, "--install", BUILD, "--prefix", "/usr", DESTDIR=str(self.dir / "stage"))

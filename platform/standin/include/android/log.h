@@ -1,6 +1,7 @@
-// The part of the NDK's <android/log.h> that this library uses, for the stand-in sysroot.
-#ifndef ANDROID_DESK_LOG_H
-#define ANDROID_DESK_LOG_H
+// The part of the NDK's <android/log.h> that this library uses, for builds without the NDK and for
+// the stand-in sysroot.
+#ifndef KREL_PLATFORM_ANDROID_LOG_H
+#define KREL_PLATFORM_ANDROID_LOG_H
 
 #ifdef __cplusplus
 extern "C" {
