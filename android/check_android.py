@@ -20,6 +20,7 @@ from needed_names import needed_names
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 NOT_IN_LIBRARY = {"bench", "engine", "fuzz", "host", "lv2"}
 STANDINS = "platform/standin/"  # an Android tree has the real ones
+X86_SOURCE, X86_FLAG = "cmake/ne10_avx2.c", "-DKREL_FAST_PATHS"  # base/fast_paths.h
 EXTERNAL = "android/external/"
 MODULES = ("libkrelvcp", "libkrelvcp_ne10", "libkrelvcp_speexdsp")
 
@@ -113,7 +114,7 @@ def cmake_sources(compile_commands: str):
         options = shlex.split(entry["command"])
         folder = re.search(r"CMakeFiles/krel_(\w+)\.dir/", options[options.index("-o") + 1])
         unpacked = re.search(r"/_deps/((ne10|speexdsp)/.*)", entry["file"])
-        if not folder or folder.group(1) in NOT_IN_LIBRARY:
+        if not folder or folder.group(1) in NOT_IN_LIBRARY or entry["file"].endswith(X86_SOURCE):
             continue
         if unpacked:
             yield f"libkrelvcp_{unpacked.group(2)}", EXTERNAL + unpacked.group(1), options
@@ -129,7 +130,7 @@ def cmake_sources(compile_commands: str):
 def significant(options, third_party: bool, optimised: bool) -> set:
     """Options that may change results, what is compiled or what is exported; warnings and places left out."""
     kept = {SAME.get(option, option) for option in options if re.match(r"-[fD]|-O|-std=", option)}
-    ignored = SOONG_ADDS | {"-DNDEBUG"}
+    ignored = SOONG_ADDS | {"-DNDEBUG", X86_FLAG}
     return {
         option
         for option in kept - ignored

@@ -59,6 +59,10 @@ else()
     endif()
     krel_third_party(krel_ne10)
     target_compile_options(krel_ne10 PRIVATE -O3 $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+    if("-DKREL_FAST_PATHS" IN_LIST KREL_ARCH_FLAGS)
+        target_sources(krel_ne10 PRIVATE ${PROJECT_SOURCE_DIR}/cmake/ne10_avx2.c)
+        set_source_files_properties(${PROJECT_SOURCE_DIR}/cmake/ne10_avx2.c PROPERTIES COMPILE_OPTIONS -mavx2)
+    endif()
 endif()
 
 # ---- SpeexDSP: the resampler, fixed-point build ---------------------------------------------------------------------
@@ -70,6 +74,7 @@ set(KREL_SPEEXDSP_SOURCE "${speexdsp}")
 set(KREL_SPEEXDSP_LICENSE "${speexdsp}/COPYING")
 add_library(krel_speexdsp STATIC ${PROJECT_SOURCE_DIR}/dsp/resampler.c)
 target_include_directories(krel_speexdsp SYSTEM PUBLIC ${speexdsp}/include PRIVATE ${speexdsp})
+target_include_directories(krel_speexdsp PRIVATE ${PROJECT_SOURCE_DIR})
 krel_third_party(krel_speexdsp)
 # Its 32-bit sums may leave their range on full-scale input: they wrap, everywhere alike. Without traps to mind, the design of
 # its filters vectorises.

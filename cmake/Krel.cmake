@@ -27,6 +27,11 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
     endif()
     set(KREL_X86_LEVEL ${level} CACHE STRING "-march value of x86-64 builds")
     set(KREL_ARCH_FLAGS -march=${KREL_X86_LEVEL} -mno-fma)
+    # base/fast_paths.h. Not with sanitizers: the dynamic linker would ask which one to take before they are ready.
+    option(KREL_X86_FAST_PATHS "Compile hot loops for AVX2 as well, and choose when the library is loaded (gcc)" OFF)
+    if(KREL_X86_FAST_PATHS AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT KREL_SANITIZE)
+        list(APPEND KREL_ARCH_FLAGS -DKREL_FAST_PATHS)
+    endif()
 endif()
 
 # 32-bit ARM: NEON is part of every device in scope. Its multiply-accumulate rounds twice there, as everywhere else.

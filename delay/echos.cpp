@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "base/fast_paths.h"
 #include "base/fixed_point.h"
 #include "base/memory.h"
 #include "base/random.h"
@@ -70,7 +71,7 @@ void mix_tap(echos_t* e, int t, const int32_t* x, int32_t* y, int n) {
 }
 
 /// n samples, at most kRun. All input is taken before any output is written.
-void process_run(echos_t* e, const int16_t* in, int16_t* out, int n) {
+KREL_FAST void process_run(echos_t* e, const int16_t* in, int16_t* out, int n) {
     int32_t x[kRun];
     int32_t y[kRun];
     for (int i = 0; i < n; ++i) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/fast_paths.h"
 #include "base/fixed_point.h"
 #include "base/memory.h"
 #include "delay/reverb_runs.h"
@@ -89,7 +90,7 @@ void finish(bank b, int32_t* mix, int16_t* out, int n) {
 }
 
 /// n samples, at most kReverbRun. All input is taken before any output is written.
-void mono_run(const reverb_t* rv, const int16_t* in, int16_t* out, int n) {
+KREL_FAST void mono_run(const reverb_t* rv, const int16_t* in, int16_t* out, int n) {
     int32_t x[kReverbRun];
     int32_t wet[kReverbRun];
     const bank b = left(rv);
@@ -107,7 +108,7 @@ struct stereo_out {
     int16_t *l, *r;
 };
 
-void stereo_run(const reverb_t* rv, stereo_in in, stereo_out out, int n) {
+KREL_FAST void stereo_run(const reverb_t* rv, stereo_in in, stereo_out out, int n) {
     int32_t xl[kReverbRun];
     int32_t xr[kReverbRun];
     int32_t wet_l[kReverbRun];

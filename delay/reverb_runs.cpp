@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/fast_paths.h"
 #include "base/fixed_point.h"
 #include "base/ring.h"
 #include "delay/dc_blocker.h"
@@ -25,7 +26,8 @@ bool never_saturates(const comber* c) {
 }
 
 /// sum[0..n-1] += the samples line[0..n-1], which are times 2^13.
-[[gnu::noinline]] void add_delayed(const int32_t* __restrict line, int32_t* __restrict sum, int n) {
+[[gnu::noinline]] KREL_FAST void add_delayed(const int32_t* __restrict line,
+                                             int32_t* __restrict sum, int n) {
     for (int i = 0; i < n; ++i) sum[i] = add_wrap_s32(sum[i], line[i] >> 13);
 }
 
@@ -51,8 +53,8 @@ bool never_saturates(const comber* c) {
 }
 
 /// Turns the low-passed values line[0..n-1] into what the line keeps.
-[[gnu::noinline]] void close_loop(int32_t* __restrict line, int32_t feedback,
-                                  const int32_t* __restrict input, int n) {
+[[gnu::noinline]] KREL_FAST void close_loop(int32_t* __restrict line, int32_t feedback,
+                                            const int32_t* __restrict input, int n) {
     for (int i = 0; i < n; ++i) {
         line[i] = add_wrap_s32(mul_q13_wrap(line[i], feedback), shl_wrap_s32(input[i], 13));
     }
@@ -84,7 +86,8 @@ void combs_by_sample(comber* const* combs, int32_t* samples, int n) {
 }
 
 /// n samples of a half-gain all-pass; the line does not wrap before the end.
-[[gnu::noinline]] void half_allpass(int32_t* __restrict line, int32_t* __restrict samples, int n) {
+[[gnu::noinline]] KREL_FAST void half_allpass(int32_t* __restrict line, int32_t* __restrict samples,
+                                              int n) {
     for (int i = 0; i < n; ++i) {
         const int32_t direct = samples[i] >> 1;
         const int32_t delayed = line[i];

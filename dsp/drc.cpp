@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/fast_paths.h"
 #include "base/fixed_point.h"
 #include "base/memory.h"
 
@@ -19,7 +20,7 @@ struct block_level {
     int32_t mean;
 };
 
-block_level measure(const int32_t* in, int n) {
+KREL_FAST block_level measure(const int32_t* in, int n) {
     int32_t peak = 0;
     uint64_t sum = 0;
     for (int i = 0; i < n; ++i) {
@@ -130,6 +131,7 @@ void glide_run(drc_t* drc, int32_t target, int32_t gate_target, int32_t* gains, 
 
 /// Swaps in[0..run-1] with line[0..run-1], the delay line from its position on, which does not wrap
 /// inside the run, and applies the gains to the old ones.
+KREL_FAST
 void apply_run(int32_t* line, const int32_t* in, const int32_t* gains, int16_t* out, int run) {
     for (int i = 0; i < run; ++i) {
         const int32_t x = line[i];

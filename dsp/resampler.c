@@ -16,6 +16,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/fast_paths.h"
+
 #define FIXED_POINT
 #define VAR_ARRAYS
 #define EXPORT
@@ -58,11 +60,15 @@ static int process_chunk(SpeexResamplerState* st, uint32_t channel, uint32_t* in
 static int package_process_int(SpeexResamplerState* st, uint32_t channel, const int16_t* in,
                                uint32_t* in_len, int16_t* out, uint32_t* out_len);
 
+// Here too: the package's own loop.
+#define resampler_basic_direct_single(...) KREL_FAST resampler_basic_direct_single(__VA_ARGS__)
+
 #include <libspeexdsp/resample.c>
 
 #undef sinc
 #undef speex_resampler_process_int
 #undef resampler_basic_interpolate_single
+#undef resampler_basic_direct_single
 
 /// Sine of |x| < 10^5 to the last bits of a double, without a branch or a call: loops over it
 /// vectorise.
@@ -120,7 +126,7 @@ static int16_t* row_of(const SpeexResamplerState* st, uint32_t row) {
 
 /// Row 0..oversample+2 holds phase -1..oversample+1: the outer ones are those on the other side,
 /// moved by a tap.
-static void design_rows(const SpeexResamplerState* st) {
+KREL_FAST static void design_rows(const SpeexResamplerState* st) {
     const uint32_t end = st->oversample;
     const size_t taps = st->filt_len;
     for (uint32_t phase = 0; phase <= end / 2; ++phase)
@@ -224,6 +230,7 @@ static void blend_rows(const int32_t* rest, uint32_t den_rate, int32_t (*sums)[k
     }
 }
 
+KREL_FAST
 static int interpolate_rows(SpeexResamplerState* st, uint32_t channel, const int16_t* in,
                             uint32_t* in_len, int16_t* out, uint32_t* out_len) {
     const int taps = (int)st->filt_len;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/fast_paths.h"
 #include "base/fixed_point.h"
 #include "pitch_stream/internal.h"
 
@@ -13,7 +14,7 @@ constexpr int kFineSteps = 4;         // coarse steps on either side that the fi
 constexpr int kFirstWorstPeriod = 255;
 
 /// Sum over n samples of |a - b|, low 32 bits.
-int32_t magnitudeDifference(const int16_t* a, const int16_t* b, int n) {
+KREL_FAST int32_t magnitudeDifference(const int16_t* a, const int16_t* b, int n) {
     uint32_t sum = 0;
     for (int i = 0; i < n; ++i) {
         // Greater minus lesser fits in 16 bits unsigned: twice the lanes of a 32-bit difference.

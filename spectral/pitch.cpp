@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/fast_paths.h"
 #include "base/log.h"
 #include "spectral/frame_loop.h"
 #include "spectral/polar.h"
@@ -168,7 +169,7 @@ void synthesise_bins(pitch_ctx_t* p) {
     spectrum_from_polar(p->syn_magn, sum_phase, p->fft_out, bins);
 }
 
-void process_frame(pitch_ctx_t* p) {
+KREL_FAST void process_frame(pitch_ctx_t* p) {
     analyse_frame(p);
     analyse_bins(p);
     shift_bins(p);

@@ -2,10 +2,12 @@
 
 #include <math.h>
 
+#include "base/fast_paths.h"
 #include "spectral/trig.h"
 
 namespace krel {
 
+KREL_FAST
 void spectrum_magnitudes(const krel_complex_t* spectrum, float* magnitude, int bins) {
     for (int k = 0; k < bins; ++k) {
         const krel_complex_t x = spectrum[k];
@@ -13,10 +15,11 @@ void spectrum_magnitudes(const krel_complex_t* spectrum, float* magnitude, int b
     }
 }
 
-void spectrum_phases(const krel_complex_t* spectrum, float* phase, int bins) {
+KREL_FAST void spectrum_phases(const krel_complex_t* spectrum, float* phase, int bins) {
     for (int k = 0; k < bins; ++k) phase[k] = bin_atan2(spectrum[k].i, spectrum[k].r);
 }
 
+KREL_FAST
 void spectrum_from_polar(const float* magnitude, const float* phase, krel_complex_t* spectrum,
                          int bins) {
     for (int k = 0; k < bins; ++k) {

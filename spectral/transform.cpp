@@ -6,6 +6,8 @@
 #include <array>
 #include <type_traits>
 
+#include "base/fast_paths.h"
+
 namespace krel {
 namespace {
 
@@ -126,6 +128,19 @@ void merge(const krel_complex_t* x, const krel_complex_t* mirrored, krel_complex
     z[0] = {0.5f * (x[0].r + x[Half].r), 0.5f * (x[0].r - x[Half].r)};
 }
 
+#ifdef KREL_FAST_PATHS
+extern "C" decltype(ne10_fft_c2c_1d_float32_neon) ne10_fft_c2c_1d_float32_avx2;
+#endif
+
+/// The transform of `from` into `to`. Ne10's is chosen here: its source is not ours to mark.
+void transform(krel_fft_t* cfg, krel_complex_t* from, krel_complex_t* to, int inverse) {
+#ifdef KREL_FAST_PATHS
+    if (__builtin_cpu_supports("avx2"))
+        return ne10_fft_c2c_1d_float32_avx2(native(to), native(from), native(cfg), inverse);
+#endif
+    ne10_fft_c2c_1d_float32_neon(native(to), native(from), native(cfg), inverse);
+}
+
 template <typename Function>
 void with_turns(int half, Function function) {
     if (half == 256) return function(kTurns256);
@@ -144,24 +159,26 @@ void fft_destroy(krel_fft_t*& cfg) {
     cfg = nullptr;
 }
 
+KREL_FAST
 void fft_forward(krel_fft_t* cfg, krel_complex_t* work, krel_complex_t* spectrum) {
     const int half = native(cfg)->nfft;
     krel_complex_t* const z = work + half;
     with_turns(half, [&]<int Half>(const turn_table<Half>& turns) {
         for (int k = 0; kMinus<Half> && k < Half; ++k) work[k].i = -work[k].i;
-        ne10_fft_c2c_1d_float32_neon(native(z), native(work), native(cfg), 0);
+        transform(cfg, work, z, 0);
         mirror(z, work, Half);
         split(z, work, spectrum, turns);
     });
 }
 
+KREL_FAST
 void fft_inverse(krel_fft_t* cfg, krel_complex_t* spectrum, krel_complex_t* work) {
     const int half = native(cfg)->nfft;
     krel_complex_t* const z = work + half;
     krel_complex_t* const mirrored = spectrum + half;  // [0] stays the Nyquist bin
     mirror(spectrum, mirrored, half);
     with_turns(half, [&](const auto& turns) { merge(spectrum, mirrored, z, turns); });
-    ne10_fft_c2c_1d_float32_neon(native(work), native(z), native(cfg), 1);
+    transform(cfg, z, work, 1);
 }
 
 }  // namespace krel

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <type_traits>
 
+#include "base/fast_paths.h"
 #include "base/log.h"
 #include "dsp/cubic_interp.h"
 #include "spectral/envelope.h"
@@ -157,7 +158,7 @@ void shift_formants(vocal_ctx_t* v) {
 
 /// The Nyquist bin is deliberately neither analysed nor written: it keeps the value of the forward
 /// transform.
-void process_frame(vocal_ctx_t* v) {
+KREL_FAST void process_frame(vocal_ctx_t* v) {
     const int half = v->half_size;
     analyse_frame(v);
     spectrum_magnitudes(v->fft_out, v->magnitude, half);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/fast_paths.h"
 #include "base/log.h"
 #include "spectral/frame_loop.h"
 #include "spectral/polar.h"
@@ -33,7 +34,7 @@ void take_phases(vocoder_ctx_t* v, const float* carrier) {
     std::fill_n(v->in_fifo, v->fft_size, 0.0f);
 }
 
-void process_frame(vocoder_ctx_t* v) {
+KREL_FAST void process_frame(vocoder_ctx_t* v) {
     const int32_t bins = v->half_size + 1;
     analyse_frame(v);
     spectrum_magnitudes(v->fft_out, v->magnitude, bins);

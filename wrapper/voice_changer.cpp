@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "base/fast_paths.h"
 #include "base/fixed_point.h"
 #include "base/log.h"
 #include "base/memory.h"
@@ -91,17 +92,17 @@ ring_view view(sample_fifo& fifo) {
 /// Moves the first sample of each of `frames` frames into the FIFO; kStride samples from frame to
 /// frame.
 template <size_t kStride = 1, typename T>
-void push_frames(sample_fifo& fifo, const T* first, size_t frames) {
+KREL_FAST void push_frames(sample_fifo& fifo, const T* first, size_t frames) {
     ring_push_n<kStride>(view(fifo), static_cast<T*>(fifo.data), first, frames);
 }
 
 /// Moves as many samples out of the FIFO, each into all kStride samples of its frame.
 template <size_t kStride = 1, typename T>
-void pop_frames(sample_fifo& fifo, T* first, size_t frames) {
+KREL_FAST void pop_frames(sample_fifo& fifo, T* first, size_t frames) {
     ring_pop_n<kStride>(view(fifo), static_cast<const T*>(fifo.data), first, frames);
 }
 
-void take_block(work_space* ws) {
+KREL_FAST void take_block(work_space* ws) {
     if (ws->bitsPerSample == 16) {
         pop_frames(ws->inFifo, ws->block, kBlock);
         return;
@@ -110,7 +111,7 @@ void take_block(work_space* ws) {
     for (int i = 0; i < kBlock; ++i) ws->block[i] = s16_from_q8_23_sat(ws->convBuffer[i]);
 }
 
-void give_block(work_space* ws) {
+KREL_FAST void give_block(work_space* ws) {
     if (ws->bitsPerSample == 16) {
         push_frames(ws->outFifo, ws->block, kBlock);
         return;

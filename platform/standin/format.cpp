@@ -5,6 +5,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "base/fast_paths.h"
+
 namespace {
 
 int32_t s32_from_float(float x) {
@@ -17,7 +19,15 @@ int32_t s32_from_float(float x) {
     return static_cast<int32_t>(rounded);  // at most 2^31 - 128: floats are that far apart here
 }
 
-float float_from_s32(int32_t s) { return static_cast<float>(s) * 0x1p-31f; }
+// In place both directions are fine: a sample is read before its own four bytes are written.
+
+KREL_FAST void s32_from_floats(const float* in, int32_t* out, size_t count) {
+    for (size_t i = 0; i < count; ++i) out[i] = s32_from_float(in[i]);
+}
+
+KREL_FAST void floats_from_s32(const int32_t* in, float* out, size_t count) {
+    for (size_t i = 0; i < count; ++i) out[i] = static_cast<float>(in[i]) * 0x1p-31f;
+}
 
 bool is_linear_pcm(audio_format_t format) {
     return format >= AUDIO_FORMAT_PCM_16_BIT && format <= AUDIO_FORMAT_PCM_24_BIT_PACKED;
@@ -31,18 +41,15 @@ extern "C" void memcpy_by_audio_format(void* dst, audio_format_t dst_format, con
         if (dst != src) memcpy(dst, src, count * audio_bytes_per_sample(dst_format));
         return;
     }
-    // In place both directions are fine: a sample is read before its own four bytes are written.
     if (dst_format == AUDIO_FORMAT_PCM_32_BIT && src_format == AUDIO_FORMAT_PCM_FLOAT) {
         auto* out = static_cast<int32_t*>(dst);
         const auto* in = static_cast<const float*>(src);
-        for (size_t i = 0; i < count; ++i) out[i] = s32_from_float(in[i]);
-        return;
+        return s32_from_floats(in, out, count);
     }
     if (dst_format == AUDIO_FORMAT_PCM_FLOAT && src_format == AUDIO_FORMAT_PCM_32_BIT) {
         auto* out = static_cast<float*>(dst);
         const auto* in = static_cast<const int32_t*>(src);
-        for (size_t i = 0; i < count; ++i) out[i] = float_from_s32(in[i]);
-        return;
+        return floats_from_s32(in, out, count);
     }
     __android_log_print(ANDROID_LOG_FATAL, "memcpy_by_audio_format",
                         "invalid src format %#x for dst format %#x",
