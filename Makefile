@@ -45,7 +45,7 @@ SETUP_armv7 := armv7
 SETUP_wasm := wasm
 ARM64 := qemu-aarch64 -L /
 ARMV7 := qemu-arm -L /
-VERSION := $(shell sed -n 's/^project.krelvcp VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
+VERSION := $(shell cat VERSION)
 
 setup:
 	@scripts/setup.sh $(SETUP_$(PRESET))

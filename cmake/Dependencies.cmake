@@ -1,6 +1,7 @@
 # The libraries that end up inside libkrelvcp.so: krel_ne10, krel_speexdsp.
 #
-# KREL_TARBALL_DIR names the folder with the two source tarballs; scripts/setup.sh fills the default one.
+# KREL_TARBALL_DIR names the folder with the two source tarballs; scripts/setup.sh fills the default one. Where a packager
+# has unpacked them as ne10/ and speexdsp/, it names the folder with these.
 
 set(KREL_TARBALL_DIR "${PROJECT_SOURCE_DIR}/.deps" CACHE PATH "Folder with the Ne10 and SpeexDSP source tarballs")
 

@@ -27,7 +27,7 @@ foreach(header IN LISTS public_headers)
     install(FILES ${header} DESTINATION ${headers}/${folder})
 endforeach()
 
-install(TARGETS krelvcp EXPORT krelvcp LIBRARY)
+install(TARGETS krelvcp EXPORT krelvcp LIBRARY DESTINATION ${KREL_EFFECT_FOLDER})
 target_include_directories(krelvcp INTERFACE $<INSTALL_INTERFACE:${headers}>)
 if(TARGET krelvcp_program)
     install(TARGETS krelvcp_program RUNTIME)
@@ -51,8 +51,11 @@ foreach(target krelvoice krelvoice_static)
 endforeach()
 
 # The .pc files find everything from where they stand.
-foreach(folder LIBDIR INCLUDEDIR)
-    file(RELATIVE_PATH KREL_PC_${folder} "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_FULL_${folder}}")
+set(KREL_PC_EFFECT "${KREL_EFFECT_FOLDER}")
+set(KREL_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
+set(KREL_PC_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}")
+foreach(folder EFFECT LIBDIR INCLUDEDIR)
+    file(RELATIVE_PATH KREL_PC_${folder} "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix/${KREL_PC_${folder}}")
     string(REGEX REPLACE "/$" "" KREL_PC_${folder} "${KREL_PC_${folder}}")
 endforeach()
 
@@ -71,7 +74,7 @@ endfunction()
 krel_install_package(krelvcp)
 krel_install_package(krelvoice)
 
-install(FILES LICENSE README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES LICENSE NOTICE README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs FILES_MATCHING PATTERN "*.md")
 # The licences of what the library contains.
 install(FILES "${KREL_SPEEXDSP_LICENSE}" DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME LICENSE.speexdsp)

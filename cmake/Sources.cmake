@@ -5,8 +5,17 @@
 
 get_filename_component(KREL_SUMS "${CMAKE_CURRENT_LIST_DIR}/tarballs.sha256" ABSOLUTE)
 
+# Copies sources that someone has verified and unpacked already.
+function(krel_copy from to)
+    if(NOT EXISTS "${to}/.copied")
+        file(REMOVE_RECURSE "${to}")
+        file(COPY "${from}/" DESTINATION "${to}")
+        file(TOUCH "${to}/.copied")
+    endif()
+endfunction()
+
 # Unpacks the tarball whose file name starts with `prefix` into `out_dir`, after its checksum was verified.
-function(krel_unpack prefix tarball_dir out_dir)
+function(krel_extract prefix tarball_dir out_dir)
     file(STRINGS "${KREL_SUMS}" sums REGEX "  ${prefix}")
     string(REGEX MATCH "^([0-9a-f]+)  (.+)$" unused "${sums}")
     set(expected "${CMAKE_MATCH_1}")
@@ -24,12 +33,22 @@ function(krel_unpack prefix tarball_dir out_dir)
         file(REMOVE_RECURSE "${out_dir}")
         file(MAKE_DIRECTORY "${out_dir}")
         file(ARCHIVE_EXTRACT INPUT "${tarball}" DESTINATION "${out_dir}")
-        # An Android tree's build would take these for its own, wherever they lie.
-        file(GLOB_RECURSE foreign "${out_dir}/Android.mk" "${out_dir}/Android.bp" "${out_dir}/CleanSpec.mk")
-        if(foreign)
-            file(REMOVE ${foreign})
-        endif()
         file(TOUCH "${stamp}")
+    endif()
+endfunction()
+
+# The sources of `package` into `out_dir`. `top` is the folder that its tarball unpacks to, in front of it a slash; none for
+# a tarball without one. What is unpacked already lacks it.
+function(krel_unpack package top tarball_dir out_dir)
+    if(IS_DIRECTORY "${tarball_dir}/${package}")
+        krel_copy("${tarball_dir}/${package}" "${out_dir}${top}")
+    else()
+        krel_extract("${package}_" "${tarball_dir}" "${out_dir}")
+    endif()
+    # An Android tree's build would take these for its own, wherever they lie.
+    file(GLOB_RECURSE foreign "${out_dir}/Android.mk" "${out_dir}/Android.bp" "${out_dir}/CleanSpec.mk")
+    if(foreign)
+        file(REMOVE ${foreign})
     endif()
 endfunction()
 
@@ -46,7 +65,7 @@ function(krel_swap_text file first second)
 endfunction()
 
 function(krel_unpack_ne10 tarball_dir out_dir)
-    krel_unpack("ne10_" "${tarball_dir}" "${out_dir}")
+    krel_unpack(ne10 "" "${tarball_dir}" "${out_dir}")
     # Its allocators write to the new state before they look whether there is one. Our initialisers promise to survive a
     # failed allocation, so the look comes first.
     krel_swap_text("${out_dir}/modules/dsp/NE10_fft.c"
@@ -65,7 +84,7 @@ function(krel_unpack_ne10 tarball_dir out_dir)
 endfunction()
 
 function(krel_unpack_speexdsp tarball_dir out_dir)
-    krel_unpack("speexdsp_" "${tarball_dir}" "${out_dir}")
+    krel_unpack(speexdsp /speexdsp-1.2.1 "${tarball_dir}" "${out_dir}")
     set(INCLUDE_STDINT "#include <stdint.h>")
     set(SIZE16 "int16_t")
     set(USIZE16 "uint16_t")
