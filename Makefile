@@ -5,7 +5,7 @@ export CTEST_PARALLEL_LEVEL ?= $(shell nproc)
 
 .PHONY: help setup build demo test test-asan test-tsan test-arm64 test-armv7 render-armv7 test-report test-live lv2 \
 	web check-web test-web bench-web fuzz fuzz-merge coverage soak long-calls bench bench-blocks check check-android \
-	check-all format clean
+	check-all format dist deb test-deb clean
 
 help:
 	@echo "make demo           render the bundled voice through all presets into out/"
@@ -29,7 +29,10 @@ help:
 	@echo "make bench-blocks   longest blocks of every preset, as shares of a block's duration"
 	@echo "make check          format, static analysis, layering, exported names, size of the tests"
 	@echo "make check-android  the library for Android's target, as far as a desk can check it"
-	@echo "make check-all      all that .ci/run does, and the whole suite on 32-bit ARM"
+	@echo "make check-all      all that .ci/run does, the whole suite on 32-bit ARM, the packages"
+	@echo "make dist           the release's source tarball into build/dist, of what is committed"
+	@echo "make deb            Debian packages into build/deb, of what is committed   (ARCHITECTURE=arm64)"
+	@echo "make test-deb       the packages installed, used and removed in a fresh Debian, and built twice"
 	@echo "make format         rewrite the sources in the project's format"
 	@echo "make setup          packages and source tarballs only"
 	@echo "make clean          remove build/ and out/ (the tarballs in .deps/ stay)"
@@ -155,6 +158,18 @@ check-android: build setup-android
 check-all:
 	@.ci/run
 	@$(MAKE) --no-print-directory test-armv7
+	@$(MAKE) --no-print-directory test-deb
+
+dist:
+	@scripts/dist.sh
+
+deb: ARCHITECTURE ?= $(shell dpkg --print-architecture)
+deb: setup-deb $(if $(filter arm64,$(ARCHITECTURE)),setup-arm64 setup-deb-arm64)
+	@packaging/deb.sh $(ARCHITECTURE)
+
+test-deb: deb
+	@$(MAKE) --no-print-directory build PRESET=release TARGET=krelvcp_program
+	@packaging/test.sh build/release/krelvcp
 
 format: setup-check
 	@git ls-files -z -- '*.h' '*.c' '*.cpp' | xargs -0 clang-format -i

@@ -14,6 +14,8 @@
 #   scripts/setup.sh browser    also a browser and its driver, for `make test-report`
 #   scripts/setup.sh wasm       also what `make web` needs: clang for WebAssembly, Node.js
 #   scripts/setup.sh web        also what `make test-web` needs: two browsers, a sound server, npm
+#   scripts/setup.sh deb-arm64  with deb and arm64: what arm64 packages need besides
+#   scripts/setup.sh deb        also what builds Debian packages and tries them, and valgrind to count instructions
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -65,10 +67,14 @@ for group in "$@"; do
             packages+=(chromium firefox-esr pulseaudio pulseaudio-utils)
             command -v npm >/dev/null || packages+=(npm)
             ;;
+        deb)
+            packages+=(debhelper lintian lv2-dev libpipewire-0.3-dev libjack-jackd2-dev mmdebstrap qemu-user valgrind)
+            ;;
+        deb-arm64) packages+=(lv2-dev:arm64 libpipewire-0.3-dev:arm64 libjack-jackd2-dev:arm64) ;;
         peers) packages+=(libsoundtouch-dev librubberband-dev) ;;
         *)
             printf "setup: unknown group '%s' (%s)\n" "$group" \
-                "check, coverage, lv2, live, arm64, armv7, android, browser, wasm, web, peers" >&2
+                "check, coverage, lv2, live, arm64, armv7, android, browser, wasm, web, deb, deb-arm64, peers" >&2
             exit 2
             ;;
     esac

@@ -13,6 +13,7 @@ from pathlib import Path
 HERE = Path(__file__).resolve().parent
 SOURCE = HERE.parent.parent
 CMAKE, BUILD, LIBDIR = os.environ["CMAKE"], Path(os.environ["BUILD"]), os.environ["LIBDIR"]
+EFFECT_FOLDER = os.environ["EFFECT_FOLDER"]
 CC, CXX, TOOLCHAIN = os.environ["CC"], os.environ["CXX"], os.environ.get("TOOLCHAIN", "")
 EMULATOR = shlex.split(os.environ.get("EMULATOR", ""))
 STRICT = ["-Wall", "-Wextra", "-Werror", "-pedantic"]
@@ -49,7 +50,7 @@ class InstallTest(unittest.TestCase):
 
     def test_staging_and_a_system_prefix_work(self):
         run(CMAKE, "--install", BUILD, "--prefix", "/usr", DESTDIR=str(self.dir / "stage"))
-        self.assertTrue((self.dir / "stage/usr" / LIBDIR / "libkrelvcp.so").exists())
+        self.assertTrue((self.dir / "stage/usr" / EFFECT_FOLDER / "libkrelvcp.so").exists())
         share = self.dir / "stage/usr/share"
         self.assertTrue((share / "doc/krelvcp/LICENSE").exists())
         for path in ("man/man1/krelvcp.1", "bash-completion/completions/krelvcp", "zsh/site-functions/_krelvcp",
@@ -87,7 +88,8 @@ class InstallTest(unittest.TestCase):
         for name, source, answer in (("krelvcp", "consumer.c", "all blocks answer"), ("krelvoice", "voice.c", "voice: heard")):
             flags = run("pkg-config", "--cflags", "--libs", name, **package).split()
             self.assertEqual(run("pkg-config", "--modversion", name, **package).strip(), version)
-            run(CC, "-std=c11", *STRICT, HERE / source, "-o", program, *flags, f"-Wl,-rpath,{self.tree / LIBDIR}")
+            run(CC, "-std=c11", *STRICT, HERE / source, "-o", program, *flags,
+                f"-Wl,-rpath,{self.tree / LIBDIR}:{self.tree / EFFECT_FOLDER}")
             self.assertIn(answer, run(*EMULATOR, program))
 
     def test_installed_program_finds_the_installed_library(self):
@@ -98,7 +100,7 @@ class InstallTest(unittest.TestCase):
             run(*EMULATOR, program, "render", self.dir / "in.wav", self.dir / out, "--preset", "2")
         self.assertEqual((self.dir / "a.wav").read_bytes(), (self.dir / "b.wav").read_bytes())
         # Without it the program stops: it was that library, and no other.
-        library = self.tree / LIBDIR / "libkrelvcp.so"
+        library = self.tree / EFFECT_FOLDER / "libkrelvcp.so"
         library.rename(library.with_suffix(".away"))
         self.addCleanup(library.with_suffix(".away").rename, library)
         with self.assertRaisesRegex(AssertionError, "cannot load the effect library"):
