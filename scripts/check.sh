@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks that need no running program: format, layering, size of the tests, exported names, generated tables, static
-# analysis.
+# Checks that need no running program: format, layering, size of the tests, licence lines, exported names, generated
+# tables, static analysis.
 #
 #   scripts/check.sh BUILD_DIR     a configured and built release tree
 set -euo pipefail
@@ -23,6 +23,10 @@ python3 scripts/check_layers.py
 
 echo "check: size of the tests"
 scripts/loc.sh
+
+echo "check: licence lines, changes of this version"
+scripts/licence_lines.py
+packaging/changelog.py check >/dev/null
 
 echo "check: exported names"
 python3 scripts/check_exports.py cmake/exports.map "$build/libkrelvcp.so"

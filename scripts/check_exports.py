@@ -51,10 +51,12 @@ def declared_names(map_file: str) -> set:
     return names
 
 
+def read_map(map_file: str) -> str:
+    return re.sub(r"#.*", "", pathlib.Path(map_file).read_text(encoding="utf-8"))
+
+
 def promised(map_file: str) -> set:
-    with open(map_file, encoding="utf-8") as file:
-        text = re.sub(r"#.*", "", file.read())
-    body = text.split("global:")[1].split("local:")[0]
+    body = read_map(map_file).split("global:")[1].split("local:")[0]
     return {name.strip() for name in body.split(";") if name.strip()}
 
 
@@ -75,7 +77,7 @@ def dynamic_names(library: str, version: str):
 
 
 def check_names(map_file: str, library: str):
-    version = re.match(r"\s*(\w*)", pathlib.Path(map_file).read_text(encoding="utf-8"))[1]
+    version = re.match(r"\s*(\w*)", read_map(map_file))[1]
     exported, functions, imported = dynamic_names(library, version)
     names, declared = promised(map_file), declared_names(map_file)
     errors = [f"declared with KREL_EXPORT but not promised: {name}" for name in sorted(declared - names)]
