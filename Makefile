@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The commands of this project. Every target sets up what it needs first; a second run finds it done.
 PRESET ?= release
 BUILD := build/$(PRESET)

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Checks what goes to Android against the CMake build, which is the one that is tested.
 
 usage: check_android.py packaging COMPILE_COMMANDS    Android.bp

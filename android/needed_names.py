@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """needed_names.txt, for the checks that hold a library against it."""
 
 import pathlib

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Puts the Ne10 and SpeexDSP sources that Android.bp compiles into android/external/: checksums verified, corrected as in
 # the CMake build, without build files of their own. Needs CMake and the two tarballs (names in cmake/tarballs.sha256;
 # scripts/setup.sh fetches them on Debian).

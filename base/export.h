@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Marks for the functions that libkrelvcp.so exports. C and C++.
 #ifndef KREL_BASE_EXPORT_H
 #define KREL_BASE_EXPORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fast paths on x86-64. A build for every machine of that kind may use SSE2 only; loops over blocks
 // and spectra are up to twice as fast with AVX2. Where the build asks for fast paths (CMake's
 // KREL_X86_FAST_PATHS), a function marked KREL_FAST is compiled for both, with all that it inlines,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All fixed-point arithmetic of the library. A name says operation, format and what happens at the
 // edge:
 // _sat pins, _wrap keeps the low bits, neither means that the result always fits.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's log. Messages are literal and fixed: people grep for them.
 //
 // Who links the folders together says where lines go (see base/system.cpp). Each may cost a system

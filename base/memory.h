@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Owners for memory that C records hold: it comes from calloc and goes back through free. Nothing
 // throws.
 #ifndef KREL_BASE_MEMORY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Conversion between 16-bit PCM and float samples on the +-1 scale ("unit").
 #ifndef KREL_BASE_PCM_H
 #define KREL_BASE_PCM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The only source of randomness. Who links the folders together brings it (see base/system.cpp).
 #ifndef KREL_BASE_RANDOM_H
 #define KREL_BASE_RANDOM_H

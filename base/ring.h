@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sample FIFO operations. The records that hold FIFOs keep their own field names and lend them
 // as a ring_view.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the effect library takes from the platform: the system log, for which on a desk stands
 // platform/standin/log.cpp, and the C library's random numbers. libkrelvoice brings its own
 // (engine/services.cpp).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "bench/voice_blocks.h"
 #include "delay/echos.h"
 #include "tests/support/signals.h"

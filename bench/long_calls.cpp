@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What long calls do to delay and pitch, minute by minute, of presets 3 to 6 and 10 to 14 on three
 // to five sounds at three rates:
 //

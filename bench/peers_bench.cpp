@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pitch changers of other makers, through their public interfaces, where Debian's packages of them
 // are installed: what a voice costs elsewhere, in the same run. 48 kHz mono speech in blocks of 128
 // floats, as BM_Preset has it.

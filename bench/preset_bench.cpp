@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole presets, driven through AELI as the framework drives them: stereo float at 48 kHz, 960, 192
 // or 128 frames a block.
 #include <hardware/audio_effect.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every benchmark here reports: time per sample, as the counter "s/sample" (12.3n means 12.3
 // ns).
 #ifndef KREL_BENCH_REPORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Feeds a voice to whatever is measured, block by block and over and over.
 #ifndef KREL_BENCH_VOICE_BLOCKS_H
 #define KREL_BENCH_VOICE_BLOCKS_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The libraries that end up inside libkrelvcp.so: krel_ne10, krel_speexdsp.
 #
 # KREL_TARBALL_DIR names the folder with the two source tarballs; scripts/setup.sh fills the default one. Where a packager

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # cmake "-DFILES=a.html;b.css" -DOUTPUT=files.cpp -P Embed.cmake
 #
 # Writes a C++ source with the files' contents, for host/report/page_files.h.

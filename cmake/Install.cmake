@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What `cmake --install` puts below its prefix: the libraries, their headers for outside callers, CMake and pkg-config
 # packages, documents. Nothing installed names the prefix: the tree may be moved.
 include(CMakePackageConfigHelpers)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Compiler rules shared by all of the project's own targets.
 
 set(CMAKE_CXX_STANDARD 20)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Rules for linking a shared library that ships: exports by the version script, no C++ run-time library, everything bound
 # at load time.
 function(krel_shared_library target exports)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Unpacks the Ne10 and SpeexDSP sources, ready to compile: for the CMake build (Dependencies.cmake) and, on its own, for
 # Android trees:
 #

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Debian's clang for Android, for checks on a desk without the NDK: __ANDROID__ is defined, CMake takes its Android
 # branch, lld links for Android's loader. Libraries and headers come from KREL_ANDROID_SYSROOT, which has the NDK's
 # layout: a real one, or the stand-in that android/desk/make_sysroot.sh makes. What ships is built with the NDK (preset

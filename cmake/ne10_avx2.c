@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ne10's transforms of 2^n points once more, for AVX2 and under names of their own:
 // base/fast_paths.h.
 #define ne10_fft_c2c_1d_float32_neon ne10_fft_c2c_1d_float32_avx2

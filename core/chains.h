@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a preset's row means: setting up, running and tearing down the effects of its chain, in one
 // place per kind.
 #ifndef KREL_CORE_CHAINS_H

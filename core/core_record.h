@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The record behind a core handle.
 #ifndef KREL_CORE_CORE_RECORD_H
 #define KREL_CORE_CORE_RECORD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "core/gain.h"
 
 #include "base/fast_paths.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Make-up gains between the effects of a chain.
 #ifndef KREL_CORE_GAIN_H
 #define KREL_CORE_GAIN_H

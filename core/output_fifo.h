@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The output FIFO of the presets with a pitch stream: it turns what the stream yields, a little
 // more or less than a block per call, into whole blocks. It is primed with 20 ms before the first
 // sample leaves it and holds 40 ms.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The presets as data: which chain each one runs, with which settings.
 #ifndef KREL_CORE_PRESETS_H
 #define KREL_CORE_PRESETS_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * The voice changer's core: one preset at work on 16-bit mono PCM.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One block of the voice changer: 128 samples through the core, the make-up gain and the
 // compressor. Whoever drives a voice collects its input into such blocks.
 //

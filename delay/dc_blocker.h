@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One step of the DC blocker, for its function of single samples and for runs.
 #ifndef KREL_DELAY_DC_BLOCKER_H
 #define KREL_DELAY_DC_BLOCKER_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * Echo generator: up to six pure delays mixed with the direct sound, on 16-bit mono samples.
  *

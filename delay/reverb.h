@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * Reverberator: per channel eight parallel comb filters into four all-passes, mixed with the direct
  * sound, then a DC blocker. 16-bit samples, all integer; gains are Q13 (8192 is 1.0). Delays are

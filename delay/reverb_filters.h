@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * The filters of the reverberator: low-pass-feedback comb, all-pass, DC blocker. All integer.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The reverberator's filters over runs of samples: the same results as one call per sample of
 // comb_process(), allpass_process() and dc_remove_process(), several times faster. All lines must
 // exist.

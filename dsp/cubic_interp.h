@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * Shape-preserving piecewise cubic Hermite interpolation: monotone data give a monotone curve.
  * Slopes at inner knots are weighted harmonic means (Fritsch and Butland), slopes at the ends

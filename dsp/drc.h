@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * Dynamic range compressor: a block-wise integer peak limiter with a look-ahead delay line.
  *

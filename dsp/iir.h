@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * Second-order Butterworth sections, low-pass and high-pass: bilinear transform with the cutoff
  * pre-warped, run as one biquad in single precision over float or 16-bit samples.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * Parametric equaliser: a cascade of up to five biquads with the caller's coefficients, for 32-bit
  * stereo in separate channel buffers or 16-bit mono. All integer; coefficients are Q28 (2^28 is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The resampler of SpeexDSP, fixed-point, with a faster interpolated filter. The package's source
 // is compiled as it is, with five of its names bent to functions of this file; every result is the
 // same 16-bit integer, at a ratio whose reduced denominator is below 2^27, as all here are.

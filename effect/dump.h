@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Debug dumps: the audio of an instance, appended to files block by block while the system property
 // audio.krel.vcp.dump is not 0. A file is opened and closed for every block.
 #ifndef KREL_EFFECT_DUMP_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * The entry points that the audio framework finds in this library. It reaches them through the
  * record AELI; the two query functions are exported beside it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One effect instance: the record behind an effect handle, and the operations on it that the
 // interface table leads to.
 //

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * What a caller of the effect must know beside the platform's own interface: the effect's uuid, its
  * one parameter and its private command. Constants only, for the library and its hosts alike.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine behind krel_voice: blocks of any length, the voices' exchange, bypass.
 #ifndef KREL_ENGINE_ENGINE_H
 #define KREL_ENGINE_ENGINE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One voice, ready to run. It yields the samples that the effect library's voice changer yields
 // after the same silence.
 #ifndef KREL_ENGINE_PREPARED_VOICE_H

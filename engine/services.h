@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the folders below ask of whoever links them, served for one engine at a time: log lines and
 // random draws.
 #ifndef KREL_ENGINE_SERVICES_H

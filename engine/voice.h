@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * The voice engine: one of 17 changed voices for a stream of mono samples, in any program.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The voices as people see them: names, and how late each one is.
 #ifndef KREL_ENGINE_VOICES_H
 #define KREL_ENGINE_VOICES_H

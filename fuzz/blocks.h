@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The exported building blocks, one function per family: each draws its settings, its calls and its
 // signals.
 #ifndef KREL_FUZZ_BLOCKS_H

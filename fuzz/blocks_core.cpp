@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "core/presets.h"
 #include "core/vcp.h"
 #include "delay/echos.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "core/voice_block.h"
 #include "dsp/cubic_interp.h"
 #include "dsp/drc.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The exported building blocks on their own. The first byte of an input chooses the family.
 #include "fuzz/blocks.h"
 #include "fuzz/fuzzer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The control path: library calls and commands of any code, size, payload and order, in every
 // state, on several instances.
 #include <errno.h>

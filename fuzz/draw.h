@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Draws values from a fuzzer's input, front to back. Past its end every value is 0: any input is a
 // complete program of calls, and a shorter one is a simpler one.
 //

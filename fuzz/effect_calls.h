@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Calls at the effect boundary, as both of its fuzzers draw them.
 #ifndef KREL_FUZZ_EFFECT_CALLS_H
 #define KREL_FUZZ_EFFECT_CALLS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The entry point of a fuzzer: libFuzzer calls it with inputs of its own, replay.cpp with those of
 // the corpus.
 #ifndef KREL_FUZZ_FUZZER_H

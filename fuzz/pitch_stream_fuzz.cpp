@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The pitch stream: any rate, ratio and bounds, writes and reads of any size, and its stages called
 // in any state.
 #include "fuzz/fuzzer.h"

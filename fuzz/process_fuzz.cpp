@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The block path of one instance: configurations, blocks of any length and content, presets changed
 // in flight.
 #include "effect/effect_library.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs a fuzzer over every file of the folders given: the corpus as a test, without libFuzzer.
 #include <stdio.h>
 

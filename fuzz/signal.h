@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the fuzzers feed: buffers of exactly the promised size, and long signals that a few bytes
 // describe.
 #ifndef KREL_FUZZ_SIGNAL_H

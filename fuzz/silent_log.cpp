@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform's log for fuzzers: lines are formatted, as a real log would, and dropped.
 #include <android/log.h>
 #include <stdarg.h>

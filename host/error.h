@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the host program fails: one line for the user, and the exit code that goes with it.
 #ifndef KREL_HOST_ERROR_H
 #define KREL_HOST_ERROR_H

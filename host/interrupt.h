@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ctrl-C and friends: turned into an exception at the next block, so that unfinished files are
 // removed on the way out.
 #ifndef KREL_HOST_INTERRUPT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // krelvcp: renders audio files through the voice changer on a desk, as a device would.
 #include <CLI/CLI.hpp>
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the host knows about the effect's voices: names for people, and how each one behaves.
 #ifndef KREL_HOST_PRESETS_H
 #define KREL_HOST_PRESETS_H

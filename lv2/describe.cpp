@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes the plug-in's description, in Turtle, into its bundle: from the engine's table of voices.
 //
 // usage: krel_lv2_describe BUNDLE_FOLDER BINARY MAJOR MINOR PATCH

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The voice as an LV2 plug-in. A voice is built by the host's worker; where there is none, or where
 // the host does not keep to the clock and would outrun it, in run() itself.
 #include <lv2/core/lv2.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The plug-in's name and ports, for the code and for its description.
 #ifndef KREL_LV2_PORTS_H
 #define KREL_LV2_PORTS_H

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Prints debian/changelog, made of CHANGELOG.md and VERSION.
 
 usage: changelog.py MAINTAINER     "Name <address>"

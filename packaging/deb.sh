@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the Debian source and binary packages of what is committed, and has lintian look at them.
 #
 #   packaging/deb.sh [ARCHITECTURE [FOLDER]]     default: this machine's, build/deb/ARCHITECTURE

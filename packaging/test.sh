@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Tests the packages that packaging/deb.sh has built: the same bits as this machine's own build, with and without the fast
 # paths; installed in a fresh Debian, used, removed; and built a second time elsewhere, the same bytes.
 #

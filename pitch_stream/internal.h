@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the library's own files share of the stream beyond the exported functions.
 #ifndef KREL_PITCH_STREAM_INTERNAL_H
 #define KREL_PITCH_STREAM_INTERNAL_H

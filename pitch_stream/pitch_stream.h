@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * Pitch stream: changes the pitch of one channel of 16-bit speech in the time domain, keeping its
  * duration.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The layouts and codes that the platform's binaries rely on, checked against whatever headers this
 // build uses: the stand-ins on a desk and in NDK builds, the real ones in an Android tree.
 #include <cutils/properties.h>

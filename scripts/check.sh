@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Checks that need no running program: format, layering, size of the tests, licence lines, exported names, generated
 # tables, static analysis.
 #

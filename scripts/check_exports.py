@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Checks the built library's ELF file against its promises and lists what it found: exported names, needed libraries,
 hardening. What a device asks of the file besides: krelvcp doctor.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Checks that every folder includes only what its CMakeLists.txt says it uses, that includes make no circle, and that
 platform and foreign headers stay where they belong.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Renders the bundled voice with several builds of krelvcp through every preset and compares the files.
 
 usage: compare_builds.py REFERENCE [--same PROGRAM]... [--close PROGRAM]...

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Instructions that several builds of krelvcp spend in the effect library and the mathematical library, by preset, for
 a second of the bundled voice and for setting the voice up. Counted by valgrind: the same on every run and machine.
 

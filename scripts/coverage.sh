@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Which lines of the library the tests and the fuzzers' corpus run: the lines not run, then a figure per folder.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

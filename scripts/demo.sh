@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Renders the bundled voice through every preset, to listen to and compare.
 #
 #   scripts/demo.sh PROGRAM [FOLDER]     FOLDER/00-robot.wav ... FOLDER/16-cave.wav; default: out

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Writes the release's source tarball, build/dist/krelvcp-VERSION.tar.xz: what is committed, the same bytes wherever and
 # whenever it is made.
 #

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds and runs the fuzzers, or takes what they found into the corpus.
 #
 #   scripts/fuzz.sh run      each fuzzer for FUZZ_SECONDS (60), from its corpus; new inputs go to build/fuzz/found/,

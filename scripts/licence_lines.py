@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Checks that every tracked source file says its licence in one of its first two lines.
 
 usage: licence_lines.py [--add]    --add writes the line where it is missing

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Non-blank lines of code by folder, and of the tests, which may have at most a third of the product's: exit status 1 if
 # they have more.
 #

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Prepares a Debian machine for building this project: packages, and the two source tarballs that are built from
 # source. Every step is skipped when its result is already there, so it is cheap to call before every build.
 #

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * An envelope follower over a block of values and a shift register made of an array. Both serve the
  * formant processor, where the "block" is a magnitude spectrum and the follower smooths it along

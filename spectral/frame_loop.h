@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frame loop of the frame-based effects: a sample FIFO in, analysis frames of fft_size samples
 // every hop, 4-fold overlap-add, a sample FIFO out. Each effect has its own record; this is the one
 // definition of what they all do with it.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * Phase-vocoder pitch shifter: 16-bit mono PCM in and out, duration kept, every partial's frequency
  * multiplied by a factor.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Spectra as magnitude and phase per bin. Single precision; the arrays of one call must not
 // overlap.
 #ifndef KREL_SPECTRAL_POLAR_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /** Types that the records of the frame-based effects hold. */
 #ifndef KREL_SPECTRAL_SPECTRAL_TYPES_H
 #define KREL_SPECTRAL_SPECTRAL_TYPES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "spectral/transform.h"
 
 #include <NE10_dsp.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The transform of the frame-based effects, for real signals. Forward is unscaled, inverse
 // multiplies by 1/N: every gain in this folder assumes exactly that.
 #ifndef KREL_SPECTRAL_TRANSFORM_H

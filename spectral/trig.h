@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // atan2 and sincos for whole spectra: no branches and no calls, so that loops over bins vectorise.
 // The polynomials are minimax fits in single precision (Remez exchange on the relative error); the
 // arguments of sincos are reduced in double.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * Vocal formant processor for one channel of 16-bit PCM. Keeps the phase of every partial, and so
  * the pitch, and changes magnitudes in two independent ways:

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * Spectral vocoder: 16-bit mono PCM in and out. Each frame of the voice keeps its magnitude
  * spectrum; every bin's phase is replaced by a fixed one, taken once from a carrier sound. The

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The carrier sound whose phases the spectral vocoder's robot voice speaks with: a sung vowel of 32768 samples within
 // +-1, peak 0.5285, trough -0.4430, RMS 0.1747, zero in its first three samples and after sample 32293.
 #ifndef KREL_TABLES_CARRIER_H

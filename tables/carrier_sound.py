@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Synthesises the carrier of the spectral vocoder: a sung vowel whose cycles sit where the vocoder's windows want them.
 
 The vocoder takes nothing but the phases of N samples (N = 1024 or 2048) from sample 480 on, under a Hann window. What makes

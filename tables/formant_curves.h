@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The formant-EQ curves: breakpoints between which the gain is interpolated smoothly, without overshoot.
 #ifndef KREL_TABLES_FORMANT_CURVES_H
 #define KREL_TABLES_FORMANT_CURVES_H

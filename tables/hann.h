@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Periodic Hann windows of the three transform sizes, 0.5 - 0.5 cos(2 pi n / size), rounded to six decimals.
 #ifndef KREL_TABLES_HANN_H
 #define KREL_TABLES_HANN_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Our stand-ins for platform functions behave as the platform's own.
 #include <audio_utils/format.h>
 #include <cutils/properties.h>

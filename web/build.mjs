@@ -1,4 +1,5 @@
 #!/usr/bin/env node
+// SPDX-License-Identifier: Apache-2.0
 // Makes the page and the package from the build of preset wasm: web/build.mjs BUILD VERSION OUT
 //
 //   OUT/krelvcp.html    all of the page in one file, which asks for nothing else

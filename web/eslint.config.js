@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 import js from "@eslint/js";
 import globals from "globals";
 

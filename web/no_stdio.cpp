@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An engine without a log formats no lines, and nothing else in the module prints. With this in the
 // C library's place the module carries no stdio, and imports nothing.
 #include <stdarg.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "wrapper/voice_changer.h"
 
 #include <stdint.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * The voice changer for interleaved blocks of any length and width: 128-sample FIFOs around the
  * core, make-up gain and compressor after it, load statistics.

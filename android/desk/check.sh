@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # As much of Android as a desk without NDK and device can check: the packaging files, the library built for Android's
 # targets against a stand-in sysroot, the names it needs from a device, and that it computes what the native one does.
 #

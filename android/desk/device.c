@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a device has and musl lacks or does otherwise, for running the Android build on a desk:
 // loaded as liblog.so, before the C library.
 #include <android/log.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Drives all presets of an effect library for a second as the framework would and prints a checksum
 // of each one's output. Plain C, so that it runs beside any C library.
 //

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Makes a stand-in for the NDK's sysroot, for cmake/android-desk.cmake: the headers of musl (a C library that is not
 # glibc, as the device's is not), LLVM's C++ headers as the NDK has them, our own of what is Android's alone, and link stubs that have the names of
 # android/needed_names.txt and no others.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Audio files in and out, block by block: memory does not grow with their length.
 #ifndef KREL_HOST_AUDIO_AUDIO_FILE_H
 #define KREL_HOST_AUDIO_AUDIO_FILE_H

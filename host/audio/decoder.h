@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Formats that libsndfile does not read, through the ffmpeg program where it is installed.
 #ifndef KREL_HOST_AUDIO_DECODER_H
 #define KREL_HOST_AUDIO_DECODER_H

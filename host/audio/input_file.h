@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where an input's samples come from: the file itself, or an unnamed copy of what a pipe or a
 // decoder gave.
 #ifndef KREL_HOST_AUDIO_INPUT_FILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Peak, RMS and clipping of what passes by.
 #ifndef KREL_HOST_AUDIO_LEVEL_METER_H
 #define KREL_HOST_AUDIO_LEVEL_METER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loudness and true peak of what passes by, as broadcasters measure them (EBU R 128, ITU-R
 // BS.1770).
 #ifndef KREL_HOST_AUDIO_LOUDNESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which file format an output gets: the container from its name's ending, the sample format from
 // the input.
 #ifndef KREL_HOST_AUDIO_OUTPUT_FORMATS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Another sample rate, block by block.
 #ifndef KREL_HOST_AUDIO_RESAMPLER_H
 #define KREL_HOST_AUDIO_RESAMPLER_H

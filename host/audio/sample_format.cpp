@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/audio/sample_format.h"
 
 #include <system/audio.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sample formats of the effect's buffers, and the conversion between them and the host's own
 // samples.
 //

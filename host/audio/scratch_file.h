@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Unnamed files for what must be kept for a while: they vanish with the process.
 #ifndef KREL_HOST_AUDIO_SCRATCH_FILE_H
 #define KREL_HOST_AUDIO_SCRATCH_FILE_H

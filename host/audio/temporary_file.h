@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file that appears under its name only once it is complete; or, for the name "-", standard
 // output that gets all at once then.
 #ifndef KREL_HOST_AUDIO_TEMPORARY_FILE_H

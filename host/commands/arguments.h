@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line's own small languages: voices, buffer formats, switch times, samples without a
 // header.
 #ifndef KREL_HOST_COMMANDS_ARGUMENTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The program's commands. Each function adds one to the command line; it runs when the line is
 // parsed.
 //

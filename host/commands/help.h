@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Help, manual page and completions, all from the command line's own description.
 //
 // Descriptions are plain sentences. Texts below the options ("footers") are paragraphs, broken to

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the result of each input and preset goes.
 #ifndef KREL_HOST_COMMANDS_OUTPUT_NAMES_H
 #define KREL_HOST_COMMANDS_OUTPUT_NAMES_H

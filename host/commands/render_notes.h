@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the help and the manual say about rendering; see help.h for the texts' form.
 #ifndef KREL_HOST_COMMANDS_RENDER_NOTES_H
 #define KREL_HOST_COMMANDS_RENDER_NOTES_H

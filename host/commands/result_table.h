@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the program tells on the terminal: results, warnings, progress.
 #ifndef KREL_HOST_COMMANDS_RESULT_TABLE_H
 #define KREL_HOST_COMMANDS_RESULT_TABLE_H

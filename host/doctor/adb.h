@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fetches from a connected device what the doctor looks at.
 #ifndef KREL_HOST_DOCTOR_ADB_H
 #define KREL_HOST_DOCTOR_ADB_H

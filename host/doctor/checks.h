@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What must hold for a device's effects factory to load this library. Each check reports what it
 // found.
 #ifndef KREL_HOST_DOCTOR_CHECKS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A device's files, as they lie in a folder.
 #ifndef KREL_HOST_DOCTOR_DEVICE_H
 #define KREL_HOST_DOCTOR_DEVICE_H

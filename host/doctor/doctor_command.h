@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // krelvcp doctor: why a device loads the effect, or does not.
 #ifndef KREL_HOST_DOCTOR_DOCTOR_COMMAND_H
 #define KREL_HOST_DOCTOR_DOCTOR_COMMAND_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/doctor/effects_config.h"
 
 #include <tinyxml2.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file in which a device names its effect libraries: audio_effects.xml, or the older
 // audio_effects.conf.
 #ifndef KREL_HOST_DOCTOR_EFFECTS_CONFIG_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What an ELF file says about itself.
 #ifndef KREL_HOST_DOCTOR_ELF_FILE_H
 #define KREL_HOST_DOCTOR_ELF_FILE_H

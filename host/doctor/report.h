@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the doctor finds: one line each, and what to do about it.
 #ifndef KREL_HOST_DOCTOR_REPORT_H
 #define KREL_HOST_DOCTOR_REPORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The time that this thread has computed, whatever else the machine does.
 #ifndef KREL_HOST_EFFECT_CPU_CLOCK_H
 #define KREL_HOST_EFFECT_CPU_CLOCK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loads an effect library and drives one instance of its effect in the order, with the payloads and
 // under the lock of the platform's effect framework. What works here works on a device.
 #ifndef KREL_HOST_EFFECT_EFFECT_HOST_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whether a voice saturates inside, where its output does not show it.
 #ifndef KREL_HOST_RENDER_HEADROOM_H
 #define KREL_HOST_RENDER_HEADROOM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a rendering is asked to do.
 #ifndef KREL_HOST_RENDER_OPTIONS_H
 #define KREL_HOST_RENDER_OPTIONS_H

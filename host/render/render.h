@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One audio file through the effect into another.
 #ifndef KREL_HOST_RENDER_RENDER_H
 #define KREL_HOST_RENDER_RENDER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What lies between two audio files: the effect, block by block, and the alignment of its output
 // with its input.
 #ifndef KREL_HOST_RENDER_SESSION_H

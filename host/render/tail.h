@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where an output ends: exactly with its input, or once what rings on after it has died away.
 #ifndef KREL_HOST_RENDER_TAIL_H
 #define KREL_HOST_RENDER_TAIL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An audio file as the effect takes it: one channel chosen or mixed, at the effect's rate, with a
 // gain.
 #ifndef KREL_HOST_RENDER_VOICE_SOURCE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A card for each sound: its words, numbers and pictures.
 //
 // A take: {number, name, description, delay, cost, seconds, peak, rms, loudness, pitch, contour, outline, spectrogram,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a page can hold: sounds as Ogg Opus, pictures as PNG, both as text.
 #ifndef KREL_HOST_REPORT_ENCODERS_H
 #define KREL_HOST_REPORT_ENCODERS_H

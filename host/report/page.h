@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The comparison page: one HTML file that needs nothing else.
 #ifndef KREL_HOST_REPORT_PAGE_H
 #define KREL_HOST_REPORT_PAGE_H

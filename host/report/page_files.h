@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The files that the page is made of, as they stand in this folder.
 #ifndef KREL_HOST_REPORT_PAGE_FILES_H
 #define KREL_HOST_REPORT_PAGE_FILES_H

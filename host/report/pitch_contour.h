@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How high a voice speaks, moment by moment.
 #ifndef KREL_HOST_REPORT_PITCH_CONTOUR_H
 #define KREL_HOST_REPORT_PITCH_CONTOUR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One player for all sounds. Data: {program, recordings: [{name, rate, axis, topHz, takes: [take]}]}; the first take of a
 // recording is the original.
 const { program, recordings } = JSON.parse(document.getElementById("data").textContent);

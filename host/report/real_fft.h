@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Fourier transform of real signals, as the report's pictures need it.
 #ifndef KREL_HOST_REPORT_REAL_FFT_H
 #define KREL_HOST_REPORT_REAL_FFT_H

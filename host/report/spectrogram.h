@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which frequencies sound when, as a picture.
 #ifndef KREL_HOST_REPORT_SPECTROGRAM_H
 #define KREL_HOST_REPORT_SPECTROGRAM_H

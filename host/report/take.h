@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One sound on the comparison page: the recording as it was, or one voice's version of it.
 #ifndef KREL_HOST_REPORT_TAKE_H
 #define KREL_HOST_REPORT_TAKE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the library relies on in its FFT at the edge of the numbers.
 #include <NE10_dsp.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The package's resampler under names of its own: package_resampler_init() and so on.
 #include <speex/speexdsp_types.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library's build of the resampler gives the package's own samples.
 #include <gtest/gtest.h>
 #include <speex/speex_resampler.h>

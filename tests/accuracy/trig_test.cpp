@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The trigonometry of spectra is as accurate as its header says.
 #include "spectral/trig.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs the conformance vectors: every case of the files that the command line names is a test.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The steps that use the effect library as the platform does.
 #include <sstream>
 

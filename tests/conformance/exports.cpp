@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the cases may name: the exported functions, and fields of their records.
 #include <type_traits>
 #include <utility>

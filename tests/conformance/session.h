@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One case of the conformance vectors at work: its buffers, records and instance, its output and
 // values. tests/vectors/README.md says what a case consists of and what every step does.
 #ifndef KREL_TESTS_CONFORMANCE_SESSION_H

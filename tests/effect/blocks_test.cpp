@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The exported building blocks where the conformance vectors do not reach: short of memory, and
 // accuracy at the edges.
 #include <speex/speex_resampler.h>

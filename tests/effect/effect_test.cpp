@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What holds for blocks of any kind through AELI; log lines; debug dumps.
 #include <stdio.h>
 #include <stdlib.h>

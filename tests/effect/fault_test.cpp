@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Instances short of memory, and uses that no sane caller makes.
 #include <stdlib.h>
 

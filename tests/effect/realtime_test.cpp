@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // docs/REALTIME.md, held against every preset. KREL_REALTIME_SECONDS lengthens the run, for the
 // table there.
 #include <stdio.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Choosing another voice while samples flow.
 #include <gtest/gtest.h>
 #include <stdio.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine and, to compare with, the effect library's voice changer after the same silence.
 #ifndef KREL_TESTS_ENGINE_VOICES_H
 #define KREL_TESTS_ENGINE_VOICES_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Shows krelvcp doctor small made-up devices, each with one thing different from one that loads the effect."""
 
 import os

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An effect library that copies its input, writes down every call to $FAKE_EFFECT_LOG, and
 // misbehaves as $FAKE_EFFECT_FAULT says.
 #pragma GCC diagnostic ignored "-Wunused-parameter"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the host and the engine say of the presets, against the library's own table and records.
 #include "host/presets.h"
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Runs krelvcp as a user does: on files of many kinds, with sound and broken effect libraries, and interrupted."""
 
 import json

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /**
  * An outside caller: C11, nothing but the installed headers and library. Exits with 0 when every
  * block answers as it should.

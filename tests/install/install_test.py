@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Installs the build, moves the tree, and uses it as outside callers do: CMake, pkg-config, the program."""
 
 import os

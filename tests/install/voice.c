@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* An outside caller of the engine: C11, nothing but the installed header and library. */
 #include <engine/voice.h>
 #include <stdio.h>

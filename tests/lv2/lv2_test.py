@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The plug-in as hosts see it: its description, offline, and live under a JACK server without sound hardware.
 
 usage: lv2_test.py BUILD_FOLDER

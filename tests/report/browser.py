@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A headless Chromium, driven over the WebDriver protocol."""
 
 import base64

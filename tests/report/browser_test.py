@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Opens pages of `krelvcp compare` in a browser: everything loads, sounds as long as it should, and obeys the keyboard.
 
 SCREENSHOTS=FOLDER keeps pictures of the page, to look at.

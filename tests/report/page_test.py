@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Runs `krelvcp compare` and looks into the page: the figures are the recording's, and a failure leaves no page."""
 
 import base64

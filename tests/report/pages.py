@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Recordings whose figures are known, and pages made of them."""
 
 import json

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One effect instance, driven only through AELI, with shorthands for the commands.
 #ifndef KREL_TESTS_SUPPORT_INSTANCE_H
 #define KREL_TESTS_SUPPORT_INSTANCE_H

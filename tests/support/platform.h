@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the code under test asks of the platform: memory, files, locks, the log. Every test program
 // is linked with these entry points wrapped. What the C and C++ run-time libraries allocate for the
 // test itself does not pass here.

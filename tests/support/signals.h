@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Test signals, for tests and benchmarks: the same arguments give the same samples everywhere.
 #ifndef KREL_TESTS_SUPPORT_SIGNALS_H
 #define KREL_TESTS_SUPPORT_SIGNALS_H

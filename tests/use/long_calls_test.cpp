@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What only shows in calls of minutes: the pitch streams' balance, the pitch shifter's phase sums.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random use of the library, a step at a time: one instance after another is created, configured,
 // switched, fed, released. The seed decides all of it.
 #ifndef KREL_TESTS_USE_PLAYER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Long random use: memory stays flat, output sane. SOAK_SECONDS of wall time, SOAK_SEED to repeat a
 // run.
 #include <inttypes.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Several instances on several threads at once. Calls for one instance never overlap, but come from
 // whichever thread is free, as on the platform. What an instance renders must not depend on the
 // others. The thread sanitizer looks for more.

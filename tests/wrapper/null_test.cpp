@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Calls of the building blocks that get null where a record or a buffer belongs, as callers' error
 // paths produce them.
 #include <gtest/gtest.h>

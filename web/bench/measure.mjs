@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How much of real time each voice takes, in Node.js and in the browsers' audio worklets, its longest block, and how soon
 // the first sound is there. Lines like those of the other benchmarks.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page: what it shows, and what its buttons and keys do.
 
 import { isSupported, loadKrelvcp } from "../src/krelvcp.js";

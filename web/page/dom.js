@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Short names for what the page does with its document.
 
 export const find = (id) => document.getElementById(id);

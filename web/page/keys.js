@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keys that work on the whole page, unless somebody turns them off.
 
 export const VOICE_KEYS = "0123456789qwertyu";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What went wrong, in words that help.
 
 /** An error whose message is meant for people. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The level of what is heard, as a bar.
 
 const FLOOR = -60; // dBFS

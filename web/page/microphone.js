@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The microphone: recorded, or through a voice to the headphones.
 
 import { scriptUrl } from "./dom.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a recording looks like: its waveform, and its spectrogram on the mel scale.
 
 export const COLUMNS = 640;

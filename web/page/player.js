@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plays one sound at a time; another one takes over where the first one stands.
 
 const FADE = 0.012; // seconds

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two pictures of a recording, before and after, on one time axis.
 
 import { COLUMNS, ROWS } from "./picture.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The audio worklet "recorder": hands its input to the page.
 
 const BATCH = 4096; // samples

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a recording comes from: a file, or the example.
 
 import { empty, tooLong, unreadable } from "./messages.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The voices of a recording: what the worker makes of it, kept as far as memory allows.
 
 import { scriptUrl } from "./dom.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A mono sound as a 16-bit WAV file.
 
 const HEADER = 44;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page's renderings and pictures, off its main thread. It renders one voice at a time, the one asked for last first.
 
 import { initialised } from "../src/engine.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The C API of krelvcp.wasm in JavaScript: for pages, workers, audio worklets and Node.js alike.
 
 const CHUNK = 1024; // samples that pass through the module's memory at a time

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /** Seventeen changed voices for mono audio, as WebAssembly. Samples are full scale at +-1. */
 
 /** Whether this browser or Node.js can run the voices: it needs WebAssembly with SIMD. */

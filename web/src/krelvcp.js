@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Seventeen changed voices as WebAssembly. krelvcp.d.ts describes what is exported here.
 
 import { initialised, listVoices, VoiceEngine } from "./engine.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A whole recording, as `krelvcp render` writes it: the voice's delay cut off at the start, and what rings on kept.
 
 import { VoiceEngine } from "./engine.js";

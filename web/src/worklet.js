@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The audio worklet "krelvcp". It is one thread: voices are built there in small parts, between blocks.
 
 import { initialised, VoiceEngine } from "./engine.js";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A microphone through the voices into headphones, between the two ends of a sound server.
 
 import assert from "node:assert/strict";

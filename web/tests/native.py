@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """What the native engine makes of a file of 32-bit floats: the SHA-256 of every voice's samples, a line each.
 
 usage: native.py LIBKRELVOICE RATE FILE

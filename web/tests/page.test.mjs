@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The page as a person uses it, from disk. SCREENSHOTS=FOLDER keeps pictures of it, to look at.
 
 import assert from "node:assert/strict";

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests share: test sounds, what native code makes of them, browsers, a web server, a sound server.
 
 import { execFileSync, spawn } from "node:child_process";

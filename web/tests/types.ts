@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a caller writes compiles, and what the types do not allow does not.
 import { loadKrelvcp, type Voice } from "../src/krelvcp.js";
 

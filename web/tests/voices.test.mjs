@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every voice as WebAssembly gives the samples of native code: in Node.js, and in the browsers' audio worklets.
 
 import assert from "node:assert/strict";

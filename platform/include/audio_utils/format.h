@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sample format conversion, for builds outside an Android tree.
 #ifndef KREL_PLATFORM_AUDIO_UTILS_FORMAT_H
 #define KREL_PLATFORM_AUDIO_UTILS_FORMAT_H

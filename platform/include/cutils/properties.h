@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // System properties, for builds outside an Android tree.
 #ifndef KREL_PLATFORM_CUTILS_PROPERTIES_H
 #define KREL_PLATFORM_CUTILS_PROPERTIES_H

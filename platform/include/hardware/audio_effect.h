@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The interface table and library record of Android's <hardware/audio_effect.h>, for builds outside
 // an Android tree.
 #ifndef KREL_PLATFORM_HARDWARE_AUDIO_EFFECT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sample formats and helpers of Android's <system/audio.h> that this library uses, for builds
 // outside an Android tree. Values and layouts are the published ones; abi_check.cpp holds them
 // against whatever header is in use.

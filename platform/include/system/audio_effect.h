@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The records, commands and constants of Android's <system/audio_effect.h> that this library and
 // its host program use, for builds outside an Android tree. Values and layouts are the published
 // ones.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of the NDK's <sys/system_properties.h> that this library uses, for the stand-in sysroot.
 #ifndef ANDROID_DESK_SYSTEM_PROPERTIES_H
 #define ANDROID_DESK_SYSTEM_PROPERTIES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library record as it is from Android 11 on: one member more.
 #ifndef ANDROID_DESK_HARDWARE_AUDIO_EFFECT_H
 #define ANDROID_DESK_HARDWARE_AUDIO_EFFECT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Channel masks as they are from Android 12 on: an enumeration, which C++ does not convert integers
 // to.
 #ifndef ANDROID_DESK_SYSTEM_AUDIO_H

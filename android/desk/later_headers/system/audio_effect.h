@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration mask as it is from Android 12 on: an enumerator.
 #ifndef ANDROID_DESK_SYSTEM_AUDIO_EFFECT_H
 #define ANDROID_DESK_SYSTEM_AUDIO_EFFECT_H

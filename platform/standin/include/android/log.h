@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of the NDK's <android/log.h> that this library uses, for builds without the NDK and for
 // the stand-in sysroot.
 #ifndef KREL_PLATFORM_ANDROID_LOG_H
