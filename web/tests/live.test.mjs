@@ -48,14 +48,14 @@ for (const name of support.BROWSERS) {
             const page = await support.open(browser, support.PAGE);
             await page.waitForSelector("#live:enabled");
             await page.click("#live");
-            await page.waitForFunction(() => document.querySelector("#meter").ariaValueNow > -30);
+            await support.until(page, () => document.querySelector("#meter").ariaValueNow > -30);
             await sleep(1000);
             const heard = sound.listen();
             for (const key of keys) {
                 await page.keyboard.press(key);
                 await sleep(SWITCH);
             }
-            await page.waitForFunction(() => document.querySelector("#status").textContent.includes("cave"));
+            await support.until(page, () => document.querySelector("#status").textContent.includes("cave"));
             const samples = await heard();
             await page.click("#live");
             const window = (RATE * SWITCH) / 1000;
@@ -79,7 +79,7 @@ for (const name of support.BROWSERS) {
         try {
             const page = await support.open(browser, `${server.url}documented`);
             await page.click("button");
-            await page.waitForFunction(() => document.querySelectorAll("option").length === 17);
+            await support.until(page, () => document.querySelectorAll("option").length === 17);
             await page.select("select", "7");
             let hz = 0;
             for (let tries = 0; tries < 20 && Math.abs(hz - 220) > 5; ++tries) hz = await heardHertz();

@@ -9,7 +9,7 @@ import { after, before, test } from "node:test";
 import { setTimeout as sleep } from "node:timers/promises";
 import * as support from "./support.mjs";
 
-const { textOf } = support;
+const { textOf, until } = support;
 const wav = await support.writeWav("my voice.wav", support.speech(3));
 const renders = support.nativeRenders(wav);
 let sound;
@@ -25,7 +25,6 @@ function dropFile(name, bytes) {
 }
 
 const drop = (page, path) => page.evaluate(dropFile, basename(path), [...readFileSync(path)]);
-const until = (page, condition) => page.waitForFunction(condition, { timeout: 20000 });
 const place = (page) => page.$eval("#seek", (seek) => seek.valueAsNumber);
 const ready = (page) => page.waitForSelector("#download:enabled");
 
@@ -104,7 +103,7 @@ async function speaksPlainly(page) {
             navigator.mediaDevices.getUserMedia = () => Promise.reject(new DOMException("", error));
         }, name);
         await page.click("#live");
-        await page.waitForFunction((text) => document.querySelector("#error").textContent.includes(text), {}, words);
+        await until(page, (text) => document.querySelector("#error").textContent.includes(text), words);
     }
 }
 

@@ -138,15 +138,24 @@ export async function open(browser, address, before) {
     return page;
 }
 
+/** Waits for a condition on the page; asked from outside, since a browser may give an unseen page no time to ask itself. */
+export async function until(page, condition, ...values) {
+    for (let tries = 0; tries < 300; ++tries) {
+        if (await page.evaluate(condition, ...values)) return;
+        await sleep(100);
+    }
+    throw new Error(`waited too long for ${condition}`);
+}
+
 export const textOf = (page, selector) => page.$eval(selector, (found) => found.textContent.trim());
 
 const SOUND_SERVER = `
-load-module module-native-protocol-unix auth-anonymous=1
 load-module module-null-sink sink_name=ears rate=${RATE}
 load-module module-null-sink sink_name=mouth rate=${RATE}
 load-module module-remap-source master=mouth.monitor source_name=microphone
 set-default-sink ears
-set-default-source microphone`;
+set-default-source microphone
+load-module module-native-protocol-unix auth-anonymous=1`;
 
 /** Listens to what is played; the function returned ends that and gives the samples. */
 function listen() {
@@ -170,7 +179,6 @@ export async function soundServer(path) {
     const options = ["-n", "--daemonize=no", "--exit-idle-time=-1", "--disable-shm=yes", "-F", join(home, "server.pa")];
     const server = spawn("pulseaudio", options, { stdio: "ignore" });
     for (let tries = 0; !existsSync(socket) && tries < 100; ++tries) await sleep(100);
-    await sleep(500);
     const talk = spawn("paplay", ["--device=mouth", path], { stdio: "ignore" });
     return { listen, stop: () => [talk, server].forEach((one) => one.kill()) };
 }
