@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the files are that belong to this program.
 #ifndef KREL_HOST_PRODUCT_FILE_H
 #define KREL_HOST_PRODUCT_FILE_H

@@ -15,8 +15,8 @@
 
 namespace krel::host {
 
-/// Whether effect libraries that are loaded from now on write their log to stderr. Before any thread
-/// is started.
+/// Whether effect libraries that are loaded from now on write their log to stderr. Before any
+/// thread is started.
 void show_log(bool shown);
 
 /// A loaded library whose record passed the framework's checks.

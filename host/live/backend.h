@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What stands between `live` and a sound server. The program knows the server by this interface
 // alone: a backend is a module, loaded when it is wanted, and only it links the server's library.
 #ifndef KREL_HOST_LIVE_BACKEND_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the user asks for while the voice is live: keys on a terminal, lines from a program.
 #ifndef KREL_HOST_LIVE_CONTROLS_H
 #define KREL_HOST_LIVE_CONTROLS_H

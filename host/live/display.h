@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What `live` shows: a line for every event and, on a terminal, a last line that follows the
 // levels.
 #ifndef KREL_HOST_LIVE_DISPLAY_H

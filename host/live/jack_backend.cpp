@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A client of a JACK server: a port for the microphone, a port for the voice.
 #include <errno.h>
 #include <jack/jack.h>

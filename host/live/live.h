@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A voice between the microphone and every program that listens to it.
 #ifndef KREL_HOST_LIVE_LIVE_H
 #define KREL_HOST_LIVE_LIVE_H

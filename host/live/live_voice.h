@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The voice in a live graph: an engine for the graph's rate, levels and cost.
 #ifndef KREL_HOST_LIVE_LIVE_VOICE_H
 #define KREL_HOST_LIVE_LIVE_VOICE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finds and loads the module for a sound server.
 #ifndef KREL_HOST_LIVE_OPEN_BACKEND_H
 #define KREL_HOST_LIVE_OPEN_BACKEND_H

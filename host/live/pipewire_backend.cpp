@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A node in PipeWire's graph, between the microphone and a virtual microphone, "Krel voice".
 //
 // The node itself has ports at the graph's own rate and period, nothing in between. Programs list

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a PipeWire daemon has: nodes and their audio ports, and which of them are the default ones.
 #ifndef KREL_HOST_LIVE_PIPEWIRE_GRAPH_H
 #define KREL_HOST_LIVE_PIPEWIRE_GRAPH_H

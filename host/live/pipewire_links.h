@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Connections that a client of PipeWire makes between ports.
 #ifndef KREL_HOST_LIVE_PIPEWIRE_LINKS_H
 #define KREL_HOST_LIVE_PIPEWIRE_LINKS_H

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Android's log for a desk: lines on stderr. The environment variable AUDIO_KREL_VCP_LOG, read when
-// the library is loaded, holds back those below a priority, named as logcat names it: V, D, I, W, E,
-// F, or S for none at all. Without it every line appears, as on a device.
+// the library is loaded, holds back those below a priority, named as logcat names it: V, D, I, W,
+// E, F, or S for none at all. Without it every line appears, as on a device.
 #include <android/log.h>
 #include <stdarg.h>
 #include <stdio.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """krelvcp live under sound servers without hardware: what it gives, and how it starts, goes on and ends.
 
 usage: live_test.py BUILD_FOLDER

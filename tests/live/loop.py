@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A client in the graph that plays samples into the voice and records what comes out, period by period."""
 
 import array

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Sound servers without sound hardware, private to the test."""
 
 import os
