@@ -8,6 +8,7 @@
 # two that cmake/tarballs.sha256 names, byte for byte. So a build farm needs no network. The project's tests run with
 # DEB_BUILD_OPTIONS= (empty); the default is nocheck.
 set -euo pipefail
+umask 022
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 architecture=${1:-$(dpkg --print-architecture)}
 folder=$(realpath -m "${2:-build/deb/$architecture}")
