@@ -31,8 +31,11 @@ struct GraphState {
     std::string microphone;      // the one that is heard; empty: none
     std::string monitor;         // where one hears oneself; empty: nowhere
     std::string offered;         // what other programs choose
-    std::string lost;            // why the server went away; empty: it is there
+    std::string lost;            // why it cannot go on; empty: it can
 };
+
+/// How GraphState::lost begins when it is the server that ended.
+inline constexpr char kServerGone[] = "the sound server has gone: ";
 
 struct BackendOptions {
     std::string microphone;  // as the user named it; empty: the server's own choice

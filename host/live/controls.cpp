@@ -37,11 +37,17 @@ bool is_pipe(int fd) {
     return fstat(fd, &about) == 0 && (S_ISFIFO(about.st_mode) || S_ISSOCK(about.st_mode));
 }
 
-/// Keys come one by one and unseen. Signals stay what they are, but for a stop: a stopped program
-/// would hold up everybody's sound.
+/// In the background there are no keys, and a change of the terminal's settings is a stop.
+bool in_background() {
+    const pid_t front = tcgetpgrp(STDIN_FILENO);  // -1: not the terminal that controls this program
+    return front != -1 && front != getpgrp();
+}
+
+/// Keys come one by one and unseen. Ctrl-C stays what it is. Not so a stop, for a stopped program
+/// would hold up everybody's sound, nor Ctrl-\, which would leave the terminal like this.
 termios for_keys(termios settings) {
     settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-    settings.c_cc[VSUSP] = _POSIX_VDISABLE;
+    settings.c_cc[VSUSP] = settings.c_cc[VQUIT] = _POSIX_VDISABLE;
     settings.c_cc[VMIN] = 1;
     settings.c_cc[VTIME] = 0;
     return settings;
@@ -61,7 +67,7 @@ Request request(const std::string& line) {
 
 Controls::Controls() {
     termios settings = {};
-    if (isatty(STDOUT_FILENO) == 1 && tcgetattr(STDIN_FILENO, &settings) == 0) {
+    if (isatty(STDOUT_FILENO) == 1 && tcgetattr(STDIN_FILENO, &settings) == 0 && !in_background()) {
         saved_ = settings;
         settings = for_keys(settings);
         tcsetattr(STDIN_FILENO, TCSANOW, &settings);

@@ -18,8 +18,9 @@ struct Request {
     std::string voice;  // kVoice: as the user named it
 };
 
-/// Single keys where standard input and output are a terminal, which is set up for it and put back;
-/// lines where standard input is a pipe or a socket; otherwise nothing.
+/// Single keys where standard input and output are a terminal, which is set up for it and put back,
+/// and the program runs in its foreground; lines where standard input is a pipe or a socket;
+/// otherwise nothing.
 class Controls {
   public:
     Controls();

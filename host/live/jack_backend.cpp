@@ -191,7 +191,7 @@ void JackBackend::dispatch() {
     uint64_t count = 0;
     [[maybe_unused]] const ssize_t done = read(event_, &count, sizeof count);
     if (lost_.load()) {
-        state_.lost = why_lost_.empty() ? "it has ended" : why_lost_;
+        state_.lost = kServerGone + (why_lost_.empty() ? "it has ended" : why_lost_);
         return;
     }
     connect_microphone();

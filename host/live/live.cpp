@@ -93,7 +93,7 @@ void LiveSession::tell_voice() {
 void LiveSession::follow_graph() {
     backend_->dispatch();
     const GraphState& graph = backend_->state();
-    if (!graph.lost.empty()) throw Error("the sound server has gone: " + graph.lost);
+    if (!graph.lost.empty()) throw Error(graph.lost);
     if (graph.rate_hz > 0) voice_.follow(graph.rate_hz);
     backend_->set_voice_delay(static_cast<uint32_t>(voice_.delay()));
     tell_graph();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/error.h"
+#include "host/interrupt.h"
 #include "host/product_file.h"
 
 namespace krel::host::live {
@@ -42,6 +43,7 @@ std::unique_ptr<Backend> open_backend(const std::string& name, const BackendOpti
         if (open != nullptr) {
             std::unique_ptr<Backend> backend(open(options, processor, error));
             if (backend) return backend;
+            throw_if_interrupted();
         }
         errors.append(errors.empty() ? "" : "; ").append(n).append(": ").append(error);
     }

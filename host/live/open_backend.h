@@ -11,7 +11,7 @@
 namespace krel::host::live {
 
 /// `name` is "pipewire", "jack", or empty for the first of them that runs. Throws Error, which says
-/// what is missing of each one that was tried.
+/// what is missing of each one that was tried; Interrupted when a signal comes meanwhile.
 std::unique_ptr<Backend> open_backend(const std::string& name, const BackendOptions& options,
                                       Processor& processor);
 

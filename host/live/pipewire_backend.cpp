@@ -32,6 +32,7 @@ constexpr char kShownName[] = "Krel voice";
 constexpr char kPeriod[] = "256/48000";  // what we ask for; the graph decides
 constexpr std::chrono::seconds kAnswerTime{5};
 constexpr int kPollMs = 50;
+constexpr char kRemoved[] = "another program has removed the voice from PipeWire";
 
 template <auto destroy>
 struct Destroy {
@@ -81,7 +82,9 @@ class PipewireBackend final : public Backend {
     static void on_param(void* self, void* port, uint32_t id, const spa_pod* param);
     static void on_done(void* self, uint32_t id, int sequence);
     static void on_error(void* self, uint32_t id, int sequence, int result, const char* message);
+    static void on_removed(void* self);
     static const pw_filter_events kFilterEvents;
+    static const pw_proxy_events kMicrophoneEvents;
     static const pw_core_events kCoreEvents;
 
     [[nodiscard]] pw_loop* loop() const { return pw_main_loop_get_loop(loop_.get()); }
@@ -89,10 +92,11 @@ class PipewireBackend final : public Backend {
     bool make_filter();
     void* add_port(pw_direction direction, const char* name);
     bool make_microphone();
-    void iterate(int wait_ms) const;
+    [[nodiscard]] bool iterate(int wait_ms) const;
     template <typename Done>
     bool wait_for(Done done);
     bool round_trip();
+    [[nodiscard]] bool is_connected() const;
 
     [[nodiscard]] const GraphNode* named(const std::string& name) const;
     [[nodiscard]] const GraphNode* wanted_microphone() const;
@@ -121,6 +125,7 @@ class PipewireBackend final : public Backend {
     std::unique_ptr<PipewireGraph> graph_;
     std::unique_ptr<PipewireLinks> links_;
     pw_proxy* microphone_ = nullptr;
+    spa_hook microphone_hook_ = {};
     Filter filter_;
     spa_hook filter_hook_ = {};
     void* in_ = nullptr;
@@ -138,6 +143,11 @@ const pw_filter_events PipewireBackend::kFilterEvents = {
         .process = on_process,
 };
 
+const pw_proxy_events PipewireBackend::kMicrophoneEvents = {
+        .version = PW_VERSION_PROXY_EVENTS,
+        .removed = on_removed,
+};
+
 const pw_core_events PipewireBackend::kCoreEvents = {
         .version = PW_VERSION_CORE_EVENTS,
         .done = on_done,
@@ -153,9 +163,9 @@ std::string PipewireBackend::open() {
     if (wanted_microphone() == nullptr) return no_microphone();
     if (!make_filter() || !make_microphone()) return "PipeWire does not take the voice";
     state_.offered = std::string("the microphone '") + kShownName + "'";
-    const auto connected = [this] { return links_ && !state_.microphone.empty() && period_ > 0; };
-    if (!wait_for(connected)) return "PipeWire does not connect the voice: no session manager runs";
-    return "";
+    if (wait_for([this] { return is_connected(); })) return "";
+    if (!state_.lost.empty()) return state_.lost;
+    return "PipeWire does not connect the voice: no session manager runs";
 }
 
 std::string PipewireBackend::connect() {
@@ -178,7 +188,10 @@ std::string PipewireBackend::connect() {
 PipewireBackend::~PipewireBackend() {
     filter_.reset();
     links_.reset();
-    if (microphone_ != nullptr) pw_proxy_destroy(microphone_);
+    if (microphone_ != nullptr) {
+        spa_hook_remove(&microphone_hook_);
+        pw_proxy_destroy(microphone_);
+    }
     graph_.reset();
     if (core_ != nullptr) {
         spa_hook_remove(&core_hook_);
@@ -226,21 +239,32 @@ bool PipewireBackend::make_microphone() {
     const spa_dict properties = {.flags = 0, .n_items = std::size(items), .items = items};
     microphone_ = static_cast<pw_proxy*>(pw_core_create_object(
             core_, "adapter", PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, &properties, 0));
-    return microphone_ != nullptr;
+    if (microphone_ == nullptr) return false;
+    pw_proxy_add_listener(microphone_, &microphone_hook_, &kMicrophoneEvents, this);
+    return true;
 }
 
-void PipewireBackend::iterate(int wait_ms) const { pw_loop_iterate(loop(), wait_ms); }
+/// False when a signal came.
+bool PipewireBackend::iterate(int wait_ms) const {
+    return pw_loop_iterate(loop(), wait_ms) != -EINTR;
+}
 
-/// Runs the loop until something holds; false when it does not in time.
+/// Runs the loop until something holds; false when it does not in time, or when a signal comes.
 template <typename Done>
 bool PipewireBackend::wait_for(Done done) {
     const auto end = steady_clock::now() + kAnswerTime;
     while (!done()) {
         if (!state_.lost.empty() || steady_clock::now() > end) return false;
-        iterate(kPollMs);
+        if (!iterate(kPollMs)) return false;
         if (filter_) dispatch();
     }
     return true;
+}
+
+/// To a microphone, and to what other programs choose, whose ports come from the session manager.
+bool PipewireBackend::is_connected() const {
+    return !state_.microphone.empty() && period_ > 0 &&
+           !graph_->ports(pw_proxy_get_bound_id(microphone_), false).empty();
 }
 
 bool PipewireBackend::round_trip() {
@@ -257,14 +281,19 @@ void PipewireBackend::on_done(void* self, uint32_t id, int sequence) {
 void PipewireBackend::on_error(void* self, uint32_t id, int /*sequence*/, int result,
                                const char* message) {
     if (id == PW_ID_CORE && result == -EPIPE)
-        static_cast<PipewireBackend*>(self)->state_.lost = message;
+        static_cast<PipewireBackend*>(self)->state_.lost = std::string(kServerGone) + message;
 }
 
 void PipewireBackend::on_state(void* self, pw_filter_state /*old*/, pw_filter_state state,
                                const char* error) {
     auto& me = *static_cast<PipewireBackend*>(self);
-    if (state == PW_FILTER_STATE_ERROR && me.state_.lost.empty())
-        me.state_.lost = error == nullptr ? "it failed" : error;
+    const bool ended = state == PW_FILTER_STATE_ERROR || state == PW_FILTER_STATE_UNCONNECTED;
+    if (ended && me.state_.lost.empty()) me.state_.lost = error == nullptr ? kRemoved : error;
+}
+
+void PipewireBackend::on_removed(void* self) {
+    auto& me = *static_cast<PipewireBackend*>(self);
+    if (me.state_.lost.empty()) me.state_.lost = kRemoved;
 }
 
 void PipewireBackend::on_param(void* self, void* port, uint32_t id, const spa_pod* param) {
@@ -376,7 +405,7 @@ void PipewireBackend::update_state() {
 }
 
 void PipewireBackend::dispatch() {
-    iterate(0);
+    (void)iterate(0);
     if (!state_.lost.empty()) return;
     update_links();
     update_state();

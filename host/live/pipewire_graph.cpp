@@ -10,9 +10,13 @@
 namespace krel::host::live {
 namespace {
 
+/// A property, in one line. Some are what a device calls itself: no terminal shall obey it.
 std::string text(const spa_dict* properties, const char* key) {
     const char* value = properties == nullptr ? nullptr : spa_dict_lookup(properties, key);
-    return value == nullptr ? "" : value;
+    std::string line = value == nullptr ? "" : value;
+    std::ranges::replace_if(
+            line, [](unsigned char c) { return c < ' ' || c == 0x7f; }, ' ');
+    return line;
 }
 
 uint32_t number(const spa_dict* properties, const char* key) {

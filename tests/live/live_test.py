@@ -248,6 +248,12 @@ class PipeWireTest(ServerTest, LiveTest):
         # Both of our ports and, as it is passed on, both of the microphone's.
         until(lambda: self.server.call("pw-dump").count('"maxRate": 607') >= 4, "the voice's delay being known")
 
+    def test_what_another_program_removes_is_an_end(self):
+        for node in ("krel-voice", "krel-voice-filter"):
+            live = self.start()
+            self.server.call("pw-cli", "destroy", node)
+            self.assertEqual(live.end(), (1, "krelvcp: another program has removed the voice from PipeWire\n"))
+
     def test_another_period_and_rate_of_the_graph(self):
         live = self.start("--voice", "robot")
         self.server.connect(self.client)
