@@ -45,6 +45,7 @@ function notices() {
     const parts = {
         Ne10: join(build, "_deps/ne10/LICENSE"),
         SpeexDSP: join(build, "_deps/speexdsp/speexdsp-1.2.1/COPYING"),
+        SIMDe: "/usr/share/doc/libsimde-dev/copyright",
         "wasi-libc": "/usr/share/doc/wasi-libc/copyright",
     };
     const texts = Object.entries(parts).map(([name, path]) => `${name}\n\n${readFileSync(path, "utf8").trim()}\n`);
