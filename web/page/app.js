@@ -4,7 +4,7 @@
 import { isSupported, loadKrelvcp } from "../src/krelvcp.js";
 import { bytesOf, clock, element, embedded, find } from "./dom.js";
 import { listenToKeys, VOICE_KEYS } from "./keys.js";
-import { inWords, noSimd } from "./messages.js";
+import { inWords, microphoneGone, noSimd, unreadable } from "./messages.js";
 import { Meter } from "./meter.js";
 import { startLive, startRecording } from "./microphone.js";
 import { Player } from "./player.js";
@@ -15,6 +15,7 @@ import { wavFile } from "./wav.js";
 
 const LONGEST_RECORDING = 300; // seconds
 const EXAMPLE = "example.flac";
+const ASKING = "Asking for the microphone …"; // until the browser is answered, all else waits
 
 const state = { voice: 11, side: "after", live: null, recording: null, busy: false };
 const player = new Player(showPlayer);
@@ -51,6 +52,7 @@ const guarded =
             complain(error);
         } finally {
             state.busy = false;
+            show();
         }
     };
 
@@ -108,7 +110,23 @@ async function open(name, bytes) {
     begin(name, await samplesOf(name, bytes), RATE);
 }
 
-const openFile = guarded(async (file) => file && open(file.name, await file.arrayBuffer()));
+/** Its bytes; a folder that is dropped has none. */
+async function contents(file) {
+    try {
+        return await file.arrayBuffer();
+    } catch {
+        throw unreadable(file.name);
+    }
+}
+
+const openFile = guarded(async (file) => file && open(file.name, await contents(file)));
+
+/** For a microphone that goes away by itself. */
+const ending = (toggle) =>
+    guarded(async () => {
+        await toggle();
+        throw microphoneGone();
+    });
 
 async function stopMicrophone() {
     if (state.recording) await toggleRecording();
@@ -123,8 +141,9 @@ async function toggleRecording() {
     }
     await stopMicrophone();
     player.pause();
-    state.recording = await startRecording();
-    state.recording.onlost = guarded(toggleRecording);
+    say(ASKING);
+    state.recording = await startRecording(LONGEST_RECORDING);
+    state.recording.onlost = ending(toggleRecording);
     show();
 }
 
@@ -145,9 +164,10 @@ async function toggleLive() {
     }
     await stopMicrophone();
     player.pause();
+    say(ASKING);
     const live = await startLive(krelvcp, state.voice);
     live.node.addEventListener("voiceheard", show);
-    live.onlost = guarded(toggleLive);
+    live.onlost = ending(toggleLive);
     state.live = live;
     state.side = "after";
     show();
@@ -324,7 +344,7 @@ function listenToStudio() {
 }
 
 async function main() {
-    if (!isSupported()) throw noSimd();
+    if (!isSupported() || !globalThis.DecompressionStream) throw noSimd();
     const module = await unpacked(embedded("module"));
     krelvcp = await loadKrelvcp(module);
     studio = new Studio(module);

@@ -12,7 +12,7 @@ const MICROPHONE = {
 
 export const noSimd = () =>
     new Trouble(
-        "This browser cannot run the voices: it has no WebAssembly with SIMD. Chrome 91, Firefox 89 and Safari 16.4 have.",
+        "This browser cannot run the voices: they need WebAssembly with SIMD. Chrome 105, Firefox 121, Safari 16.4 and later ones can.",
     );
 
 export const notSecure = () =>
@@ -20,6 +20,9 @@ export const notSecure = () =>
 
 export const noMicrophone = ({ name, message }) =>
     new Trouble(MICROPHONE[name] ?? `The microphone cannot be used: ${message}`);
+
+export const microphoneGone = () =>
+    new Trouble("The microphone has gone: it was unplugged, or the browser took it back.");
 
 export const unreadable = (name) =>
     new Trouble(`“${name}” is not a sound that this browser can read. WAV, FLAC, MP3, Ogg and M4A mostly are.`);

@@ -39,10 +39,12 @@ class Session {
 
 class Recording extends Session {
     #node;
+    #longest; // seconds
     #batches = [];
     count = 0;
 
-    async start() {
+    async start(longest) {
+        this.#longest = longest;
         await this.context.audioWorklet.addModule(scriptUrl("recorder"));
         this.#node = new AudioWorkletNode(this.context, "recorder", { channelCount: 1, channelCountMode: "explicit" });
         this.#node.port.onmessage = ({ data }) => this.#keep(data);
@@ -50,6 +52,8 @@ class Recording extends Session {
     }
 
     #keep(batch) {
+        // A page that is not looked at does not end it in time.
+        if (this.seconds >= this.#longest) return;
         this.#batches.push(batch);
         this.count += batch.length;
     }
@@ -95,5 +99,5 @@ async function start(session, ...options) {
     }
 }
 
-export const startRecording = async () => start(new Recording(await microphone()));
+export const startRecording = async (longest) => start(new Recording(await microphone()), longest);
 export const startLive = async (krelvcp, voice) => start(new Live(await microphone()), krelvcp, voice);

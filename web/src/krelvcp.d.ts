@@ -41,7 +41,7 @@ export class Krelvcp {
     /** An engine in a memory of its own, for streams outside the Web Audio API. Rejects with a RangeError. */
     createEngine(rate: number, voice: number): Promise<VoiceEngine>;
 
-    /** An audio node; the first one of a context also loads its audio worklet. */
+    /** An audio node; the first one of a context also loads its audio worklet. Rejects where that, or the voice, is not there. */
     createNode(context: BaseAudioContext, options?: NodeOptions): Promise<VoiceNode>;
 }
 
@@ -61,7 +61,8 @@ export class VoiceNode extends AudioWorkletNode {
     private constructor();
     /**
      * The voice that was chosen last. Setting it changes the voice while sound flows, without a click: it is built during
-     * 64 blocks of 128 samples, listens for as long as it is late and a little longer, and is faded in within 30 ms.
+     * 64 blocks of 128 samples, listens for as long as it is late and a little longer, and is faded in within 30 ms. What
+     * is no voice throws a RangeError.
      */
     voice: number;
     /** The voice that is heard; the event "voiceheard" says when it changes. */

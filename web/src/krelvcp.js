@@ -33,7 +33,11 @@ const worklets = new WeakMap(); // by context: the promise that its worklet is t
 
 function addWorklet(context, url) {
     if (!context.audioWorklet) throw new Error("audio worklets need https:, localhost or a file");
-    if (!worklets.has(context)) worklets.set(context, context.audioWorklet.addModule(url));
+    if (!worklets.has(context)) {
+        const added = context.audioWorklet.addModule(url);
+        worklets.set(context, added);
+        added.catch(() => worklets.delete(context)); // the next node tries again
+    }
     return worklets.get(context);
 }
 
@@ -64,6 +68,10 @@ export class Krelvcp {
     }
 }
 
+function checkVoice(krelvcp, voice) {
+    if (!krelvcp.voices.some(({ number }) => number === voice)) throw new RangeError(`no voice ${voice}`);
+}
+
 // Node.js has no audio nodes.
 export class VoiceNode extends (globalThis.AudioWorkletNode ?? Object) {
     #krelvcp;
@@ -72,6 +80,7 @@ export class VoiceNode extends (globalThis.AudioWorkletNode ?? Object) {
     #bypass;
 
     constructor(context, krelvcp, { voice = 11, bypass = false } = {}) {
+        checkVoice(krelvcp, voice);
         super(context, "krelvcp", {
             outputChannelCount: [1],
             channelCount: 1,
@@ -91,7 +100,7 @@ export class VoiceNode extends (globalThis.AudioWorkletNode ?? Object) {
         return this.#voice;
     }
     set voice(voice) {
-        if (!this.#krelvcp.voices[voice]) throw new RangeError(`no voice ${voice}`);
+        checkVoice(this.#krelvcp, voice);
         this.#voice = voice;
         this.port.postMessage({ voice });
     }

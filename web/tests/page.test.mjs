@@ -95,6 +95,7 @@ async function records(page) {
 async function speaksPlainly(page) {
     await page.evaluate(dropFile, "report.pdf", [1, 2, 3, 4]);
     await until(page, () => document.querySelector("#error").textContent.startsWith("“report.pdf” is not a sound"));
+    assert.equal(await textOf(page, "#status"), "recording", "it is no longer being read");
     for (const [name, words] of [
         ["NotFoundError", "No microphone"],
         ["NotAllowedError", "may not use the microphone"],

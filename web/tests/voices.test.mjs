@@ -62,6 +62,13 @@ async function digests(samples, rate) {
     return Promise.all(voices);
 }
 
+/** In the page: how a node fails whose voice there is not. */
+async function refusal() {
+    const { loadKrelvcp: load } = await import("/krelvcp/krelvcp.js");
+    const context = new OfflineAudioContext(1, 1, 48000);
+    return (await load()).createNode(context, { voice: 17 }).catch((error) => error.name);
+}
+
 for (const name of support.BROWSERS) {
     test(`${name}: the audio worklet equals the native engine`, async () => {
         const server = await support.serve({ blank: "<!doctype html>" });
@@ -70,6 +77,7 @@ for (const name of support.BROWSERS) {
             const samples = support.speech(1);
             const page = await support.open(browser, `${server.url}blank`);
             assert.deepEqual(await page.evaluate(digests, [...samples], RATE), support.nativeDigests(samples, RATE));
+            assert.equal(await page.evaluate(refusal), "RangeError");
         } finally {
             await browser.close();
             server.close();
