@@ -165,7 +165,7 @@ dist:
 	@scripts/dist.sh
 
 deb: ARCHITECTURE ?= $(shell dpkg --print-architecture)
-deb: setup-deb $(if $(filter arm64,$(ARCHITECTURE)),setup-arm64 setup-deb-arm64)
+deb: setup-deb setup-wasm $(if $(filter arm64,$(ARCHITECTURE)),setup-arm64 setup-deb-arm64)
 	@packaging/deb.sh $(ARCHITECTURE)
 
 test-deb: deb

@@ -38,7 +38,10 @@ component speexdsp --strip-components=1
 cp -rp "$tree/packaging/debian" "$tree/debian"
 "$tree/packaging/changelog.py" "$maintainer" >"$tree/debian/changelog"
 
-(cd "$tree" && dpkg-buildpackage --build=full --host-arch="$architecture" --unsigned-source --unsigned-changes \
+# What is the same for all architectures is built with this machine's.
+build=full
+[[ $architecture == "$(dpkg --print-architecture)" ]] || build=source,any
+(cd "$tree" && dpkg-buildpackage --build=$build --host-arch="$architecture" --unsigned-source --unsigned-changes \
     --no-pre-clean --jobs="$(nproc)" >"$folder/build.log" 2>&1) ||
     { tail -n 40 "$folder/build.log" >&2; echo "deb: the build failed, see $folder/build.log" >&2; exit 1; }
 rm -rf "$tree"

@@ -9,7 +9,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 program=${1:?usage: packaging/test.sh PROGRAM}
 architecture=$(dpkg --print-architecture)
 packages=$(realpath "build/deb/$architecture")
-readonly NAMES="krelvcp libkrelvcp krelvcp-lv2 libkrelvoice1 libkrelvoice-dev"
+readonly NAMES="krelvcp libkrelvcp krelvcp-lv2 krelvcp-web libkrelvoice1 libkrelvoice-dev"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
