@@ -86,9 +86,9 @@ KREL_EXPORT int krel_voice_prepare(krel_voice* voice, int number);
  * krel_voice_prepare() in parts, for a program whose audio thread is its only one: begin builds the
  * voice, within a millisecond or two, and returns what prepare returns; each part then lets it
  * settle for up to `blocks` blocks, at the cost of so many blocks of 128 samples, and returns how
- * many are left. The part that returns 0 has handed the voice over; 0 also means that none was
- * begun. Another begin drops what is not complete. Both from one thread at a time; begin allocates
- * and frees, a part frees.
+ * many are left. The part that returns 0 has handed the voice over, and is when it was chosen; 0
+ * also means that none was begun. Another begin drops what is not complete. Both from one thread at
+ * a time; begin allocates and frees, a part frees.
  */
 KREL_EXPORT int krel_voice_prepare_begin(krel_voice* voice, int number);
 KREL_EXPORT int krel_voice_prepare_part(krel_voice* voice, int blocks);
