@@ -100,7 +100,7 @@ function writePackage(folder) {
     writeFileSync(join(folder, "package.json"), `${JSON.stringify(facts, null, 4)}\n`);
     writeFileSync(join(folder, "krelvcp.js"), bundle("src/krelvcp.js", { exported: true }));
     writeFileSync(join(folder, "krelvcp-worklet.js"), bundle("src/worklet.js"));
-    cpSync(module, join(folder, "krelvcp.wasm"));
+    writeFileSync(join(folder, "krelvcp.wasm"), readFileSync(module)); // which the linker made executable
     cpSync(join(web, "src/krelvcp.d.ts"), join(folder, "krelvcp.d.ts"));
     cpSync(join(web, "../docs/WEB.md"), join(folder, "README.md"));
     cpSync(join(web, "../LICENSE"), join(folder, "LICENSE"));

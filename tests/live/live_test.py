@@ -32,6 +32,8 @@ BUILD = Path(sys.argv.pop(1)).resolve() if len(sys.argv) > 1 else SOURCE / "buil
 PROGRAM = BUILD / "krelvcp"
 RATE, BLOCK, HIGH, PLAIN, GIRL = 48000, 128, 5, 7, 11
 LATENCY = {HIGH: 2655, GIRL: 7455}
+# A test run in the background inherits them ignored, and the program leaves such as they are.
+SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
 
 def engine(samples, voice, switch=(None, None), bypass_at=None):
@@ -67,7 +69,8 @@ class Live:
 
     def __init__(self, server, *options):
         pipes = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
-        self.process = subprocess.Popen([PROGRAM, "live", *options], env=server.environment, text=True, **pipes)
+        self.process = subprocess.Popen([PROGRAM, "live", *options], env=server.environment, text=True, **pipes,
+                                        preexec_fn=lambda: [signal.signal(n, signal.SIG_DFL) for n in SIGNALS])
         os.set_blocking(self.process.stdout.fileno(), False)
         self.said = []
 
@@ -222,7 +225,7 @@ class ServerTest:
         self.assertRegex(error, r"\Akrelvcp: the sound server has gone: .+\n\Z")
 
     def test_signals_end_it_and_leave_nothing_in_the_graph(self):
-        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        for number in SIGNALS:
             live = self.start("--monitor")
             self.assertTrue(self.server.has_voice())
             live.process.send_signal(number)
