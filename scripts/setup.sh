@@ -61,7 +61,7 @@ for group in "$@"; do
             ;;
         browser) packages+=(chromium chromium-driver) ;;
         wasm)
-            packages+=(clang lld wasi-libc libc++-14-dev-wasm32 libc++abi-14-dev-wasm32 libclang-rt-14-dev-wasm32)
+            packages+=(clang lld llvm wasi-libc libc++-14-dev-wasm32 libc++abi-14-dev-wasm32 libclang-rt-14-dev-wasm32)
             command -v node >/dev/null || packages+=(nodejs)
             ;;
         web)
